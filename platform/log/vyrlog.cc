@@ -1,0 +1,179 @@
+#include "vyrlog.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace {
+
+constexpr const char* kDefaultLogDir = "/var/log/vyrcluster";
+constexpr std::size_t kLineMax = 4096;
+
+struct LogHandle {
+  std::string path;
+  std::string type;
+  int level = 4;
+  long size = 0;
+  int fd = -1;
+  std::mutex lock;  // guards fd against a rotation by another thread
+};
+
+const char* LevelName(int level) {
+  switch (level) {
+    case VYR_LOG_ERROR:
+      return "ERROR";
+    case VYR_LOG_WARNING:
+      return "WARN";
+    case VYR_LOG_INFO:
+      return "INFO";
+    case VYR_LOG_DETAIL:
+      return "DETAIL";
+    case VYR_LOG_EVENT:
+      return "EVENT";
+    default:
+      return "LEVEL";
+  }
+}
+
+int OpenLog(const std::string& path) {
+  return ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+}
+
+void MakeDirs(const std::string& dir) {
+  std::string partial;
+  std::size_t pos = 0;
+  while (pos != std::string::npos) {
+    pos = dir.find('/', pos + 1);
+    partial = dir.substr(0, pos);
+    if (!partial.empty()) ::mkdir(partial.c_str(), 0755);
+  }
+}
+
+// Renames the file to ".1" when this line would take it past the size
+// setting. Processes share the file, so the decision is taken under an
+// advisory lock and only when our descriptor still names the current file;
+// a process whose file was rotated by another simply reopens.
+void RotateIfNeeded(LogHandle& h, std::size_t add) {
+  if (h.size <= 0) return;
+  struct stat mine {};
+  if (::fstat(h.fd, &mine) != 0) return;
+  if (mine.st_size + static_cast<off_t>(add) <= h.size) {
+    struct stat current {};
+    if (::stat(h.path.c_str(), &current) == 0 && current.st_ino == mine.st_ino) return;
+  }
+  std::string lock_path = h.path + ".lock";
+  int lock_fd = ::open(lock_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (lock_fd >= 0) ::flock(lock_fd, LOCK_EX);
+  struct stat current {};
+  bool same = ::stat(h.path.c_str(), &current) == 0 && current.st_ino == mine.st_ino;
+  if (same && current.st_size > 0 && current.st_size + static_cast<off_t>(add) > h.size) {
+    std::string old = h.path + ".1";
+    ::rename(h.path.c_str(), old.c_str());
+  }
+  int fd = OpenLog(h.path);
+  if (fd >= 0) {
+    ::close(h.fd);
+    h.fd = fd;
+  }
+  if (lock_fd >= 0) ::close(lock_fd);  // also releases the lock
+}
+
+std::size_t FormatHeader(char* line, std::size_t cap, int level, const char* file, int lineno,
+                         const char* func) {
+  struct timespec now {};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  struct tm local {};
+  ::localtime_r(&now.tv_sec, &local);
+  char stamp[32];
+  std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+  int n = std::snprintf(line, cap, "%s.%03ld pid=%ld tid=%ld %s %s:%d %s: ", stamp,
+                        now.tv_nsec / 1000000L, static_cast<long>(::getpid()),
+                        static_cast<long>(::syscall(SYS_gettid)), LevelName(level),
+                        file ? file : "?", lineno, func ? func : "?");
+  if (n < 0) return 0;
+  return static_cast<std::size_t>(n) < cap ? static_cast<std::size_t>(n) : cap - 1;
+}
+
+}  // namespace
+
+int log_init(const char* type, void** handle, int level, int size, const char* path) {
+  if (handle == nullptr) return -1;
+  *handle = nullptr;
+  auto h = std::make_unique<LogHandle>();
+  h->type = type ? type : "vyr";
+  h->level = level;
+  h->size = size;
+  if (path != nullptr && path[0] != '\0') {
+    h->path = path;
+  } else {
+    const char* dir = std::getenv("VYR_LOG_DIR");
+    std::string folder = (dir && dir[0]) ? dir : kDefaultLogDir;
+    MakeDirs(folder);
+    h->path = folder + "/" + h->type + ".log";
+  }
+  h->fd = OpenLog(h->path);
+  if (h->fd < 0) return -1;
+  *handle = h.release();
+  return 0;
+}
+
+void log_write(void* handle, int level, int event, const char* file, int line, const char* func,
+               const char* format, ...) {
+  if (handle == nullptr) return;
+  auto* h = static_cast<LogHandle*>(handle);
+  const bool is_event = level == VYR_LOG_EVENT;
+  if (!is_event && level > h->level) return;
+
+  char text[kLineMax];
+  va_list ap;
+  va_start(ap, format);
+  if (format != nullptr) {
+    std::vsnprintf(text, sizeof text, format, ap);
+  } else {
+    // An event raised without a format carries its subject as one text.
+    const char* subject = is_event ? va_arg(ap, const char*) : nullptr;
+    std::snprintf(text, sizeof text, "%s", subject ? subject : "");
+  }
+  va_end(ap);
+
+  char out[kLineMax + 512];
+  std::size_t len = FormatHeader(out, sizeof out, level, file, line, func);
+  int n = is_event ? std::snprintf(out + len, sizeof out - len, "[event %d] %s\n", event, text)
+                   : std::snprintf(out + len, sizeof out - len, "%s\n", text);
+  if (n > 0) len += static_cast<std::size_t>(n);
+  if (len >= sizeof out) {
+    len = sizeof out - 1;
+    out[len - 1] = '\n';
+  }
+
+  {
+    std::lock_guard<std::mutex> hold(h->lock);
+    RotateIfNeeded(*h, len);
+    // One write per line: with O_APPEND the kernel never interleaves it.
+    ssize_t ignored = ::write(h->fd, out, len);
+    (void)ignored;
+  }
+  if (is_event) {
+    ::syslog(LOG_USER | LOG_NOTICE, "%s: event %d: %s", h->type.c_str(), event, text);
+  }
+}
+
+int log_term(void* handle) {
+  if (handle == nullptr) return 0;
+  std::unique_ptr<LogHandle> h(static_cast<LogHandle*>(handle));
+  if (h->fd >= 0) ::close(h->fd);
+  return 0;
+}

@@ -1,0 +1,134 @@
+#include "common/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace vyr {
+
+std::optional<ChildProcess> ChildProcess::Start(const std::string& command, Output output,
+                                                int cancel_fd) {
+  int fds[2] = {-1, -1};
+  if (output == Output::kPipe && ::pipe2(fds, O_CLOEXEC) != 0) return std::nullopt;
+  UniqueFd read_end(fds[0]);
+  UniqueFd write_end(fds[1]);
+
+  pid_t pid = ::fork();
+  if (pid < 0) return std::nullopt;
+  if (pid == 0) {
+    // Child: only async-signal-safe calls from here on.
+    ::setpgid(0, 0);
+    if (write_end.valid()) {
+      ::dup2(write_end.get(), STDOUT_FILENO);  // dup2 clears close-on-exec on the copy
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  // Also set the group from the parent, so that a kill right after the
+  // fork already reaches the child's group.
+  ::setpgid(pid, pid);
+  return ChildProcess(pid, std::move(read_end), cancel_fd);
+}
+
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept
+    : pid_(std::exchange(other.pid_, -1)),
+      out_(std::move(other.out_)),
+      cancel_fd_(other.cancel_fd_),
+      pending_(std::move(other.pending_)),
+      eof_(other.eof_) {}
+
+ChildProcess::~ChildProcess() {
+  if (pid_ > 0) KillAndReap();
+}
+
+bool ChildProcess::Fill() {
+  if (eof_ || !out_.valid()) return false;
+  struct pollfd fds[2] = {{out_.get(), POLLIN, 0}, {cancel_fd_, POLLIN, 0}};
+  const nfds_t nfds = cancel_fd_ >= 0 ? 2 : 1;
+  for (;;) {
+    int n = ::poll(fds, nfds, -1);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      eof_ = true;
+      return false;
+    }
+    if (nfds == 2 && fds[1].revents != 0) {
+      eof_ = true;
+      return false;
+    }
+    if (fds[0].revents != 0) break;
+  }
+  char chunk[4096];
+  ssize_t got;
+  do {
+    got = ::read(out_.get(), chunk, sizeof chunk);
+  } while (got < 0 && errno == EINTR);
+  if (got <= 0) {
+    eof_ = true;
+    return false;
+  }
+  pending_.append(chunk, static_cast<std::size_t>(got));
+  return true;
+}
+
+bool ChildProcess::ReadLine(char* buf, std::size_t size) {
+  if (size == 0) return false;
+  const std::size_t limit = size - 1;
+  std::size_t newline;
+  while ((newline = pending_.find('\n')) == std::string::npos && pending_.size() < limit) {
+    if (!Fill()) break;
+  }
+  if (pending_.empty()) return false;
+  std::size_t take = newline == std::string::npos ? pending_.size() : newline + 1;
+  if (take > limit) take = limit;
+  std::memcpy(buf, pending_.data(), take);
+  buf[take] = '\0';
+  pending_.erase(0, take);
+  return true;
+}
+
+int ChildProcess::Wait() {
+  out_.reset();
+  if (pid_ <= 0) {
+    errno = ECHILD;
+    return -1;
+  }
+  int status = 0;
+  pid_t got;
+  do {
+    got = ::waitpid(pid_, &status, 0);
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) return -1;
+  pid_ = -1;
+  return status;
+}
+
+void ChildProcess::WaitExited() {
+  out_.reset();
+  if (pid_ <= 0) return;
+  siginfo_t info{};
+  while (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+  }
+}
+
+void ChildProcess::KillAndReap() {
+  if (pid_ <= 0) return;
+  ::kill(-pid_, SIGKILL);
+  ::kill(pid_, SIGKILL);
+  out_.reset();
+  int status = 0;
+  while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+  }
+  pid_ = -1;
+}
+
+}  // namespace vyr

@@ -1,0 +1,25 @@
+#include "common/shell.h"
+
+namespace vyr {
+
+std::string ShellQuote(std::string_view word) {
+  std::string quoted;
+  quoted.reserve(word.size() + 2);
+  quoted.push_back('\'');
+  for (char c : word) {
+    if (c == '\'') {
+      quoted.append("'\\''");
+    } else {
+      quoted.push_back(c);
+    }
+  }
+  quoted.push_back('\'');
+  return quoted;
+}
+
+WaitResult DecodeWaitStatus(int status) {
+  if ((status & 0x7f) != 0) return {false, 0};
+  return {true, (status >> 8) & 0xff};
+}
+
+}  // namespace vyr

@@ -1,0 +1,46 @@
+// Records that describe interface addresses and the device chosen to carry
+// the virtual address. Plain fixed-size records; a list is a contiguous
+// array of ipaddrinfo with an int count, built by the listings and freed
+// (std::free) by the sequence that asked for it.
+#pragma once
+
+#include <netinet/in.h>
+
+#include "vip/vip_info.h"
+
+struct nipel {
+  struct in_addr addr;
+  struct in_addr mask;
+};
+
+struct nipel6 {
+  struct in6_addr addr;
+  struct in6_addr mask;
+};
+
+struct sipel {
+  char addr[VIP_ADDR_LEN];
+  char mask[VIP_ADDR_LEN];
+  int masklen;
+};
+
+struct ipaddrinfo {
+  char ifname[VIP_NAME_LEN];
+  unsigned int index;
+  struct nipel nipel;
+  struct nipel6 nipel6;
+  struct sipel sipel;
+  char smac[64];
+  unsigned char macaddr[20];
+};
+
+struct vdevinfo {
+  char ifname[VIP_NAME_LEN];
+  char vdevname[VIP_NAME_LEN];
+  struct nipel nipel;
+  struct nipel6 nipel6;
+  struct sipel sipel;
+  char bcast[VIP_ADDR_LEN];
+  char smac[64];
+  unsigned char macaddr[20];
+};

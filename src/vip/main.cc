@@ -1,0 +1,3 @@
+#include "vip/entry.h"
+
+int main(int argc, char** argv) { return vip_main(argc, argv); }

@@ -1,0 +1,15 @@
+// Probing one address with the cluster's ping command.
+#pragma once
+
+#include "vip/vip_info.h"
+
+typedef struct _IP_INFO {
+  int ret;
+  char addr[VIP_ADDR_LEN];
+  VIP_INFO* pinfo;
+} IP_INFO, *PIP_INFO;
+
+// 0 free, 2 unexpected exit status, 11 abnormal end, 13 no ping command, 15 in use.
+int vip_chk_ip_response(PIP_INFO pip);
+// 0, 3, 11, 12 or 26; `macaddr` holds 32 bytes.
+int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr);

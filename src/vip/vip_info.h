@@ -1,0 +1,44 @@
+// The settings record of one run: everything the run knows about the
+// virtual IP address it works on. Allocated cleared by the entry, filled
+// from the command line and the cluster configuration, read by the
+// sequences (only activation rewrites ifname and masklen, before removing an
+// address again after a link failure).
+#pragma once
+
+inline constexpr int VIP_NAME_LEN = 32;     // resource, group and interface names
+inline constexpr int VIP_ADDR_LEN = 46;     // an address or mask as text
+inline constexpr int VIP_ADDRBUF_LEN = 82;  // an address with a prefix length
+inline constexpr int VIP_PATH_LEN = 1024;   // paths and command lines
+inline constexpr int VIP_SHMBUF_LEN = 128;  // the status description
+
+typedef struct _VIP_INFO {
+  char rscname[VIP_NAME_LEN];
+  char grpname[VIP_NAME_LEN];
+  char addr[VIP_ADDR_LEN];
+  char mask[VIP_ADDR_LEN];
+  int masklen;
+  char ifname[VIP_NAME_LEN];
+  char pingcmd[VIP_PATH_LEN];
+  int pingtout;
+  int pingretry;
+  int pinginterval;
+  int pingforce;
+  int pingallip;
+  int pingnpsimu;
+  char arpcmd[VIP_PATH_LEN];
+  int arpnum;
+  int arpopcode;
+  char ifconfcmd[VIP_PATH_LEN];
+  int ifconftout;
+  int checkifexec;
+  int checkifretry;
+  int checkifinterval;
+  int checkiferror;
+  int checkpiexec;
+  int checkpiretry;
+  int checkpiinterval;
+  int checkpierror;
+  int miiw_method;
+  int isMiiw;
+  int ifconfuse;
+} VIP_INFO, *PVIP_INFO;
