@@ -1,0 +1,175 @@
+#include "vip/activate.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "common/unique_fd.h"
+#include "tracersc/tracersc.h"
+#include "vip/addrinfo.h"
+#include "vip/arp.h"
+#include "vip/globals.h"
+#include "vip/ipaddr_change.h"
+#include "vip/miiw.h"
+#include "vip/ping.h"
+#include "vip/sequence_util.h"
+#include "vip/vdev.h"
+
+namespace {
+
+// The duplicate-address probe before anything is changed. 0 lets the
+// activation go on.
+int ProbeBeforeActivation(VIP_INFO* info) {
+  if (info->pingtout == 0) return 0;
+  if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
+    TRACE(TRACE_INFO, "ping was not executed because npsimu is enabled.");
+    return 0;
+  }
+  int ret = vip_ping(info);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "vip_ping() failed. (ret=%d)", ret);
+  } else {
+    TRACE(TRACE_DETAIL, "vip_ping() succeeded.");
+  }
+  return ret;
+}
+
+// The device record as the settings describe the address.
+void FillDeviceRecord(const VIP_INFO* info, vdevinfo* vdev) {
+  std::snprintf(vdev->sipel.addr, sizeof vdev->sipel.addr, "%s", info->addr);
+  std::snprintf(vdev->sipel.mask, sizeof vdev->sipel.mask, "%s", info->mask);
+  vdev->sipel.masklen = info->masklen;
+  if (info->ifname[0] != '\0') std::snprintf(vdev->ifname, sizeof vdev->ifname, "%s", info->ifname);
+  if (ipv6flag) {
+    inet_pton(AF_INET6, info->addr, &vdev->nipel6.addr);
+    if (info->mask[0] != '\0') inet_pton(AF_INET6, info->mask, &vdev->nipel6.mask);
+  } else {
+    inet_pton(AF_INET, info->addr, &vdev->nipel.addr);
+    if (info->mask[0] != '\0') inet_pton(AF_INET, info->mask, &vdev->nipel.mask);
+  }
+}
+
+// The link check's verdict as the run's status, with its trace line and
+// description.
+int LinkFailureStatus(int miiw_ret) {
+  switch (miiw_ret) {
+    case MIIW_RET_FAIL_PARAM:
+      TRACE(TRACE_ERROR, "Failed to get NIC status.");
+      vip_set_shmbuf("Failed to get NIC status.");
+      return 35;
+    case MIIW_RET_FAIL_NICDOWN:
+      TRACE(TRACE_ERROR, "NIC link status was down.");
+      vip_set_shmbuf("Detected NIC Link Down.");
+      return 34;
+    default:
+      TRACE(TRACE_ERROR, "ioctl internal error.");
+      vip_set_shmbuf("Internal error. (status=%d)", 99);
+      return 99;
+  }
+}
+
+// Checks the NIC link of the device that now carries the address; a link
+// that is not usable takes the address away again.
+int CheckLink(VIP_INFO* info, vdevinfo* vdev) {
+  vyr::UniqueFd sock(::socket(ipv6flag ? AF_INET6 : AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!sock) {
+    TRACE(TRACE_ERROR, "create socket for NIC link check failed.");
+    vip_set_shmbuf("Internal error. (status=%d)", 19);
+    return 19;
+  }
+  const char* device = vdev->vdevname[0] != '\0' ? vdev->vdevname : vdev->ifname;
+  int fd = sock.get();
+  int miiw_ret = vip_miiw_ioctl(&fd, device, info->miiw_method);
+  if (miiw_ret == MIIW_RET_SUCCESS) {
+    TRACE(TRACE_INFO, "check NIC link success.");
+    return 0;
+  }
+  int status = LinkFailureStatus(miiw_ret);
+
+  std::memset(info->ifname, 0, sizeof info->ifname);
+  std::snprintf(info->ifname, sizeof info->ifname, "%s", device);
+  if (ipv6flag && info->masklen == 0) info->masklen = vdev->sipel.masklen;
+  int ret = vip_deact_ipaddr(vdev, info);
+  if (ret != 0) {
+    TRACE(TRACE_DETAIL, "NIC link down, vip_deact_ipaddr(%s) failed. (ret=%d).", info->ifname, ret);
+  } else {
+    TRACE(TRACE_DETAIL, "NIC link down, vip_deact_ipaddr() succeeded.");
+  }
+  return status;
+}
+
+// Everything that happens inside the critical section.
+int ActivateLocked(VIP_INFO* info) {
+  vdevinfo vdev{};
+  vyr::AddrList list;
+  int num = 0;
+  int ret = vyr::ListAddresses(info->ifconfcmd, info->ifconftout, &list, &num);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "vip_ifconfig_mkth() failed. (ret=%d)", ret);
+    return ret;
+  }
+  TRACE(TRACE_DETAIL, "vip_ifconfig_mkth() succeeded.");
+  if (num == 0) {
+    TRACE(TRACE_ERROR, "No IP address");
+    vip_set_shmbuf("IP address did not exist.");
+    return 14;
+  }
+
+  FillDeviceRecord(info, &vdev);
+  vyr::NetAddress address;
+  address.ipv6 = ipv6flag != 0;
+  address.v4 = vdev.nipel.addr;
+  address.v6 = vdev.nipel6.addr;
+  if (vyr::FindAddress(list.get(), num, address) >= 0) {
+    TRACE(TRACE_ERROR, "Already used %s.", info->addr);
+    vip_set_shmbuf("This ip address was already used.  IP=%s", info->addr);
+    return 15;
+  }
+
+  ret = vip_crt_vdevinfo(list.get(), num, &vdev);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "vip_crt_vdevinfo() failed. (ret=%d)", ret);
+    return ret;
+  }
+  TRACE(TRACE_DETAIL, "vip_crt_vdevinfo() succeeded.");
+  ret = vip_act_ipaddr(&vdev, info->ifconfcmd, info->ifconftout);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "vip_act_ipaddr() failed. (ret=%d)", ret);
+    return ret;
+  }
+  TRACE(TRACE_DETAIL, "vip_act_ipaddr() succeeded.");
+
+  if (info->isMiiw != 0) {
+    ret = CheckLink(info, &vdev);
+    if (ret != 0) return ret;
+  }
+
+  if (info->arpnum != 0 && !ipv6flag) {
+    ret = vip_send_arp(&vdev, info->arpnum, info->arpopcode);
+    if (ret != 0) {
+      TRACE(TRACE_WARNING, "vip_send_arp() failed. (ret=%d)", ret);
+    } else {
+      TRACE(TRACE_INFO, "vip_send_arp() OK.");
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+int vip_start_act(VIP_INFO* pvipinfo) {
+  TRACE(TRACE_DETAIL, "vip_start_act(%p)  ENTRY...", static_cast<void*>(pvipinfo));
+  int ret = ProbeBeforeActivation(pvipinfo);
+  if (ret != 0) {
+    TRACE(TRACE_INFO, "return(%d)", ret);
+    return ret;
+  }
+  {
+    vyr::IfconfigCriticalSection section;
+    ret = ActivateLocked(pvipinfo);
+  }
+  TRACE(TRACE_DETAIL, "return(%d)", ret);
+  return ret;
+}

@@ -1,0 +1,154 @@
+#include "vip/deactivate.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "tracersc/tracersc.h"
+#include "vip/addrinfo.h"
+#include "vip/globals.h"
+#include "vip/ipaddr_change.h"
+#include "vip/ping.h"
+#include "vip/sequence_util.h"
+
+namespace {
+
+// The state of one deactivation run inside the critical section.
+struct Deactivation {
+  VIP_INFO* info;
+  vyr::NetAddress address;
+  vyr::AddrList list;
+  int num = 0;
+};
+
+// Copies the entry that carries the address into the settings and the
+// device record, so that the removal targets what is really there.
+void TakeEntry(const ipaddrinfo& entry, VIP_INFO* info, vdevinfo* vdev) {
+  std::snprintf(info->ifname, sizeof info->ifname, "%s", entry.ifname);
+  if (ipv6flag) info->masklen = entry.sipel.masklen;
+  std::snprintf(vdev->ifname, sizeof vdev->ifname, "%s", entry.ifname);
+  std::snprintf(vdev->sipel.addr, sizeof vdev->sipel.addr, "%s", entry.sipel.addr);
+  if (ipv6flag) {
+    vdev->nipel6 = entry.nipel6;
+    vdev->sipel.masklen = entry.sipel.masklen;
+  } else {
+    vdev->nipel = entry.nipel;
+  }
+}
+
+// One confirmation listing. Sets *present; returns 0 or the listing's code.
+int ConfirmListing(Deactivation& run, bool* present) {
+  run.list.reset();
+  run.num = 0;
+  int ret = vyr::ListAddresses(run.info->ifconfcmd, run.info->ifconftout, &run.list, &run.num);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "deact check vip_ifconfig_mkth() failed. (ret=%d)", ret);
+    return ret;
+  }
+  if (run.num == 0) {
+    TRACE(TRACE_ERROR, "deact check No IP address.");
+    *present = false;
+    return 0;
+  }
+  *present = vyr::FindAddress(run.list.get(), run.num, run.address) >= 0;
+  return 0;
+}
+
+// Lists again until the address no longer shows. 0, 24, or a listing code.
+int ConfirmByListing(Deactivation& run) {
+  const VIP_INFO* info = run.info;
+  TRACE(TRACE_DETAIL, "deact check ifconfig start.");
+  bool present = true;
+  int ret = ConfirmListing(run, &present);
+  if (ret != 0) return ret;
+  for (int i = 0; present && i < info->checkifretry; ++i) {
+    ::sleep(static_cast<unsigned>(info->checkifinterval > 0 ? info->checkifinterval : 0));
+    ret = ConfirmListing(run, &present);
+    if (ret != 0) return ret;
+  }
+  if (!present) {
+    TRACE(TRACE_DETAIL, "deact check ifconfig OK.");
+    return 0;
+  }
+  TRACE(TRACE_ERROR, "deact check ifconfig retry count over. (ip=%s)", info->addr);
+  if (info->checkiferror != 0) {
+    vip_set_shmbuf("Internal error. (status=%d)", 24);
+    return 24;
+  }
+  return 0;
+}
+
+// Probes until nobody answers at the address. 0 or 25.
+int ConfirmByProbe(VIP_INFO* info) {
+  if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
+    TRACE(TRACE_INFO, "deact check ping skip, because npsimu is enabled.");
+    return 0;
+  }
+  TRACE(TRACE_DETAIL, "deact check ping start.");
+  bool answered = vip_ping(info) != 0;
+  for (int i = 0; answered && i < info->checkpiretry; ++i) {
+    ::sleep(static_cast<unsigned>(info->checkpiinterval > 0 ? info->checkpiinterval : 0));
+    answered = vip_ping(info) != 0;
+  }
+  if (!answered) {
+    TRACE(TRACE_DETAIL, "deact check ping OK");
+    return 0;
+  }
+  TRACE(TRACE_ERROR, "deact check ping retry count over. (ip=%s)", info->addr);
+  if (info->checkpierror != 0) {
+    vip_set_shmbuf("Internal error. (status=%d)", 25);
+    return 25;
+  }
+  return 0;
+}
+
+int DeactivateLocked(VIP_INFO* info) {
+  Deactivation run{info, vyr::ToNetAddress(info->addr, ipv6flag != 0), {}, 0};
+  int ret = vyr::ListAddresses(info->ifconfcmd, info->ifconftout, &run.list, &run.num);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "vip_ifconfig_mkth() failed. (ret=%d)", ret);
+    return ret;
+  }
+  TRACE(TRACE_DETAIL, "vip_ifconfig_mkth() succeeded.");
+  if (run.num == 0) {
+    TRACE(TRACE_ERROR, "No IP address.");
+    vip_set_shmbuf("IP address did not exist.");
+    return 14;
+  }
+
+  int found = vyr::FindAddress(run.list.get(), run.num, run.address);
+  if (found < 0) {
+    TRACE(TRACE_WARNING, "%s not activated.", info->addr);
+    return 0;
+  }
+  vdevinfo vdev{};
+  TakeEntry(run.list[static_cast<std::size_t>(found)], info, &vdev);
+
+  ret = vip_deact_ipaddr(&vdev, info);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "vip_deact_ipaddr(%s) failed. (ret=%d).", info->ifname, ret);
+    return ret;
+  }
+  TRACE(TRACE_DETAIL, "vip_deact_ipaddr() succeeded.");
+
+  if (info->checkifexec != 0) {
+    ret = ConfirmByListing(run);
+    if (ret != 0) return ret;
+  }
+  if (info->checkpiexec != 0) return ConfirmByProbe(info);
+  return 0;
+}
+
+}  // namespace
+
+int vip_start_deact(VIP_INFO* pvipinfo) {
+  TRACE(TRACE_DETAIL, "vip_start_deact(%p)  ENTRY...", static_cast<void*>(pvipinfo));
+  int ret;
+  {
+    vyr::IfconfigCriticalSection section;
+    ret = DeactivateLocked(pvipinfo);
+  }
+  TRACE(TRACE_DETAIL, "return(%d)", ret);
+  return ret;
+}
