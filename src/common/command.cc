@@ -12,8 +12,7 @@ void SetCurrentWorkerControl(WorkerControl* control) { current_control = control
 
 WorkerControl* CurrentWorkerControl() { return current_control; }
 
-std::optional<ChildProcess> StartCommand(const std::string& command,
-                                         ChildProcess::Output output) {
+std::optional<ChildProcess> StartCommand(const std::string& command, ChildProcess::Output output) {
   if (current_control != nullptr) return current_control->StartCommand(command, output);
   return ChildProcess::Start(command, output);
 }
