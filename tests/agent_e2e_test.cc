@@ -1,0 +1,190 @@
+// vyrvip end to end: the installed programs, a real configuration, the
+// cluster tables started with vyrctl, and the agent run inside a private
+// pair of network namespaces (va0 on the agent's side, vb0 on the peer).
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "support/cluster_env.h"
+#include "support/netns.h"
+
+namespace {
+
+using vyrtest::ClusterEnv;
+using vyrtest::NetnsPair;
+
+constexpr const char* kCommon =
+    "<ping><path>bin/vyrping</path></ping><ifconfig><path>ifconfig</path></ifconfig>";
+
+std::string Resource(const std::string& name, const std::string& params) {
+  return "<vip name=\"" + name + "\"><parameters>" + params + "</parameters></vip>";
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+class AgentE2E : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string why;
+    pair_ = NetnsPair::Create(&why);
+    if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
+    if (!env_.ok()) GTEST_SKIP() << "install failed: " << why;
+    ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0 && "
+                                "ip -6 addr add 2001:db8::1/64 dev va0 nodad"));
+    ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.2/24 dev vb0 && "
+                               "ip -6 addr add 2001:db8::2/64 dev vb0 nodad"));
+    ASSERT_EQ(0, env_.Ctl("start"));
+  }
+
+  std::string AgentAddrs(const char* family = "-4") const {
+    std::string out;
+    pair_->InAgent(std::string("ip ") + family + " addr show dev va0", &out);
+    return out;
+  }
+
+  int Run(const std::string& args) const { return env_.Vyrvip(pair_->agent(), args); }
+
+  // Starts capturing one ARP frame on the peer; returns the capture file.
+  std::string CaptureArp() const {
+    std::string file = env_.dir() + "/arp.txt";
+    vyrtest::Sh("(ip netns exec " + pair_->peer() +
+                " timeout 15 tcpdump -l -i vb0 -n -e -c 1 arp > '" + file + "' 2>&1 &)");
+    WaitFor(file, "listening on");
+    return file;
+  }
+
+  static bool WaitFor(const std::string& file, const std::string& text) {
+    for (int i = 0; i < 100; ++i) {
+      if (Contains(vyrtest::ReadFile(file), text)) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
+
+  std::unique_ptr<NetnsPair> pair_;
+  ClusterEnv env_;
+};
+
+TEST_F(AgentE2E, Ipv4ActivationUsesAliasAnnouncesAndDeactivationRemoves) {
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.10/24</ip><ifname>va0</ifname>"), kCommon);
+  std::string arp = CaptureArp();
+
+  ASSERT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
+  EXPECT_EQ("Success.", env_.Description("grp1", "vip1"));
+  std::string addrs = AgentAddrs();
+  EXPECT_TRUE(Contains(addrs, "inet 192.0.2.10/24 brd 192.0.2.255 scope global secondary va0:0"))
+      << addrs;
+  ASSERT_TRUE(WaitFor(arp, "tell 192.0.2.10")) << vyrtest::ReadFile(arp);
+  std::string frame = vyrtest::ReadFile(arp);
+  EXPECT_TRUE(Contains(frame, "> ff:ff:ff:ff:ff:ff, ethertype ARP (0x0806), length 60")) << frame;
+  EXPECT_TRUE(Contains(frame, "Request who-has 192.0.2.10")) << frame;
+
+  ASSERT_EQ(0, Run("--deactive -r vip1 -g grp1")) << env_.Log();
+  EXPECT_EQ("Success.", env_.Description("grp1", "vip1"));
+  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.10"));
+  EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.1/24")) << "the interface's own address stays";
+}
+
+TEST_F(AgentE2E, Ipv4MaskComesFromTheInterfaceWhenNotConfigured) {
+  env_.WriteConfig(Resource("vip2", "<ip>192.0.2.11</ip><ifname>va0</ifname>"
+                                    "<arp><retry>0</retry></arp>"),
+                   kCommon);
+  ASSERT_EQ(0, Run("--active -r vip2 -g grp1")) << env_.Log();
+  EXPECT_TRUE(Contains(AgentAddrs(), "inet 192.0.2.11/24 brd 192.0.2.255")) << AgentAddrs();
+  ASSERT_EQ(0, Run("--deactive -r vip2 -g grp1")) << env_.Log();
+  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.11"));
+}
+
+TEST_F(AgentE2E, Ipv6GoesOnTheInterfaceAndKeepsItsPrefixForRemoval) {
+  env_.WriteConfig(Resource("vip6", "<ip>2001:db8::10/64</ip><ifname>va0</ifname>"), kCommon);
+  ASSERT_EQ(0, Run("--active -r vip6 -g grp6")) << env_.Log();
+  EXPECT_TRUE(Contains(AgentAddrs("-6"), "inet6 2001:db8::10/64")) << AgentAddrs("-6");
+  EXPECT_EQ("Success.", env_.Description("grp6", "vip6"));
+
+  ASSERT_EQ(0, Run("--deactive -r vip6 -g grp6")) << env_.Log();
+  EXPECT_FALSE(Contains(AgentAddrs("-6"), "2001:db8::10/")) << AgentAddrs("-6");
+}
+
+TEST_F(AgentE2E, AddressHeldByThePeerIsRefused) {
+  ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.20/24 dev vb0"));
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.20/24</ip><ifname>va0</ifname>"), kCommon);
+  EXPECT_EQ(15, Run("--active -r vip1 -g grp1"));
+  EXPECT_EQ("IP address was already used.", env_.Description("grp1", "vip1"));
+  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.20"));
+}
+
+TEST_F(AgentE2E, NpsimuSkipsTheProbeUnlessTheResourceAsksForIt) {
+  ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.21/24 dev vb0"));
+  ASSERT_EQ(0, env_.Ctl("npsimu on"));
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.21/24</ip><ifname>va0</ifname>"
+                                    "<arp><retry>0</retry></arp>") +
+                       Resource("vip3", "<ip>192.0.2.21/24</ip><ifname>va0</ifname>"
+                                        "<ping><execute_in_npsimu_on_act>1"
+                                        "</execute_in_npsimu_on_act></ping>"),
+                   kCommon);
+  EXPECT_EQ(15, Run("--active -r vip3 -g grp1")) << "probing is forced by the resource";
+  ASSERT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
+  EXPECT_TRUE(Contains(env_.Log(), "ping was not executed because npsimu is enabled."));
+  EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.21/24"));
+}
+
+TEST_F(AgentE2E, AddressAlreadyOnThisHostIsRefused) {
+  ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.30/24 dev va0 label va0:7"));
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.30/24</ip><ifname>va0</ifname>"
+                                    "<ping><timeout>0</timeout></ping>"),
+                   kCommon);
+  EXPECT_EQ(15, Run("--active -r vip1 -g grp1"));
+  EXPECT_EQ("This ip address was already used.  IP=192.0.2.30", env_.Description("grp1", "vip1"));
+}
+
+TEST_F(AgentE2E, ManualAddAndDelete) {
+  env_.WriteConfig("", kCommon);
+  ASSERT_EQ(0, Run("--add -a 198.51.100.5/24 -i va0")) << env_.Log();
+  EXPECT_TRUE(Contains(AgentAddrs(), "inet 198.51.100.5/24 brd 198.51.100.255 scope global va0:0"))
+      << AgentAddrs();
+  ASSERT_EQ(0, Run("--del -a 198.51.100.5")) << env_.Log();
+  EXPECT_FALSE(Contains(AgentAddrs(), "198.51.100.5"));
+}
+
+TEST_F(AgentE2E, DeactivatingAnAbsentAddressSucceeds) {
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.40/24</ip><ifname>va0</ifname>"), kCommon);
+  EXPECT_EQ(0, Run("--deactive -r vip1 -g grp1"));
+  EXPECT_TRUE(Contains(env_.Log(), "192.0.2.40 not activated."));
+  EXPECT_EQ("Success.", env_.Description("grp1", "vip1"));
+}
+
+TEST_F(AgentE2E, DeactivationFailsWhenTheAddressStillAnswersAndErrorsAreOn) {
+  ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.50/24 dev vb0"));
+  ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.50/24 dev va0 label va0:3"));
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.50/24</ip><ifname>va0</ifname><check>"
+                                    "<ping><retry>1</retry><error>1</error></ping></check>"),
+                   kCommon);
+  EXPECT_EQ(25, Run("--deactive -r vip1 -g grp1"));
+  EXPECT_EQ("Internal error. (status=25)", env_.Description("grp1", "vip1"));
+  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.50")) << "the local address is removed all the same";
+}
+
+TEST_F(AgentE2E, LinkCheckOnAVethPasses) {
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.60/24</ip><ifname>va0</ifname><monmii>1</monmii>"
+                                    "<arp><retry>0</retry></arp>"),
+                   kCommon);
+  ASSERT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
+  EXPECT_TRUE(Contains(env_.Log(), "check NIC link success."));
+}
+
+TEST_F(AgentE2E, WithoutTheClusterTablesTheRunStillEndsWithItsStatus) {
+  ASSERT_EQ(0, env_.Ctl("stop"));
+  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.70/24</ip><ifname>va0</ifname>"
+                                    "<ping><timeout>0</timeout></ping><arp><retry>0</retry></arp>"),
+                   kCommon);
+  EXPECT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
+  EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.70/24"));
+  EXPECT_TRUE(Contains(env_.Log(), "shmrm_attach() failed."));
+}
+
+}  // namespace
