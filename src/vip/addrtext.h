@@ -8,13 +8,24 @@
 
 #include "vip/addrinfo.h"
 
-// Sets ipv6flag from the text (':' before any '%' means IPv6). Returns 0.
+// True when the text names an IPv6 address: it has a ':' and no '%' before
+// its first ':' (fe80::1%eth0 is IPv6, 10.1.1.1%eth0:1 is IPv4). Only ':'
+// and '%' are looked at; the text is not validated.
+bool vip_addr_is_ipv6(const char* paddr);
+// Sets ipv6flag from the text (as vip_addr_is_ipv6). Returns 0.
 int vip_ipck(const char* paddr);
-// Splits "addr[/prefix]" into addr, mask and masklen. 0 or 31.
+// Splits "addr[/prefix]" into addr (46 bytes), mask (46 bytes, the prefix as
+// a dotted quad or IPv6 text, family from ipv6flag) and masklen. 0 or 31.
+// Without a slash only addr is written. A bad prefix (trailing characters,
+// empty, above 32/128) gives 31 with addr and masklen already written and
+// mask unchanged. An address part over 45 characters or a prefix part over
+// 15 gives 31 and writes nothing. A negative prefix is accepted (mask all
+// zero); callers that need a non-negative one test masklen.
 int vip_div_ipmask(const char* addrbuf, char* addr, char* mask, int* masklen);
 // Cuts the text at its last newline.
 void vip_chop(char* str);
-// "%x:%x:%x:%x:%x:%x" into 6 bytes. 0 or 18.
+// "%x:%x:%x:%x:%x:%x" into 6 bytes (the low 8 bits of each field). 0, or 18
+// with the 6 bytes zeroed and the status description set.
 int vip_crt_macaddr(const char* str, unsigned char* mac);
 // 1 when some entry's ifname equals `ifname` ignoring case, else 0.
 int vip_chk_ifname(const struct ipaddrinfo* ipaddrlist, uint16_t listnum, const char* ifname);
