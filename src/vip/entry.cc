@@ -1,0 +1,239 @@
+#include "vip/entry.h"
+
+#include <strings.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "nicCommon/nic_ifconfig_probe.h"
+#include "tracersc/tracersc.h"
+#include "vip/activate.h"
+#include "vip/addrtext.h"
+#include "vip/bindings.h"
+#include "vip/checkrun.h"
+#include "vip/chkconf.h"
+#include "vip/cmdline.h"
+#include "vip/config.h"
+#include "vip/deactivate.h"
+#include "vip/globals.h"
+
+namespace {
+
+constexpr const char* srcrev = "$Revision: 4 $";
+constexpr const char* srcdate = "$Date: 10/12/22 11:12 $";
+
+constexpr int kInvalidOption = 4;
+constexpr int kNoMemory = 10;
+constexpr int kInternal = 99;
+
+struct RecordFree {
+  void operator()(VIP_INFO* p) const { std::free(p); }
+};
+using Record = std::unique_ptr<VIP_INFO, RecordFree>;
+
+// What the shutdown path needs to know about the run.
+struct Run {
+  Record record;
+  bool check_mode = false;
+  int chkret = 0;
+  int ret = 0;
+};
+
+void ClearGlobals() {
+  std::memset(inspath, 0, sizeof inspath);
+  vip_clear_shmbuf();
+  std::memset(rdrctpath, 0, sizeof rdrctpath);
+  std::memset(rdrctfile, 0, sizeof rdrctfile);
+}
+
+void TraceBanner() {
+  TRACE(TRACE_INFO, "vip rsc starting");
+  TRACE(TRACE_INFO, "%s %s", srcrev, srcdate);
+  TRACE(TRACE_INFO, "MAKE: %s %s", __DATE__, __TIME__);
+}
+
+// Allocates the settings record, cleared. 0 or 10.
+int AllocateRecord(Run& run) {
+  // calloc rather than new: the record is a plain C record and an
+  // allocation failure must become a status, not an exception.
+  VIP_INFO* p = static_cast<VIP_INFO*>(std::calloc(1, sizeof(VIP_INFO)));
+  if (p == nullptr) {
+    const int err = errno;
+    TRACE(TRACE_ERROR, "malloc(%d) failed. (errno=%d)", static_cast<int>(sizeof(VIP_INFO)), err);
+    vip_set_shmbuf("Internal error. (status=%d)", kNoMemory);
+    return kNoMemory;
+  }
+  TRACE(TRACE_DETAIL, "malloc(%d) succeeded.", static_cast<int>(sizeof(VIP_INFO)));
+  run.record.reset(p);
+  return 0;
+}
+
+// Manual mode: the address (and prefix) given with -a.
+int TakeManualAddress(VIP_INFO* info, const char* addrbuf) {
+  if (addrbuf[0] == '\0') return kInvalidOption;
+  vip_ipck(addrbuf);
+  const int ret = vip_div_ipmask(addrbuf, info->addr, info->mask, &info->masklen);
+  if (ret != 0) TRACE(TRACE_ERROR, "vip_div_ipmask failed. (ret=%d)", ret);
+  return ret;
+}
+
+// Cluster modes: the resource and its group must both be named.
+int TakeResource(const VIP_INFO* info) {
+  if (info->rscname[0] == '\0' || info->grpname[0] == '\0') {
+    TRACE(TRACE_ERROR, "Invalid option.");
+    vip_set_shmbuf("Option was invalid.");
+    return kInvalidOption;
+  }
+  if (actflag == 1) {
+    TRACE(TRACE_INFO, "deactive rsc:%s, grp:%s", info->rscname, info->grpname);
+  } else {
+    TRACE(TRACE_INFO, "active   rsc:%s, grp:%s", info->rscname, info->grpname);
+  }
+  tracetell(info->rscname);
+  return 0;
+}
+
+int LoadDynamicConfig() {
+  TRACE(TRACE_INFO, "Run with dynamic update mode.");
+  const int ret = vip_load_chkconf();
+  if (ret != 0) TRACE(TRACE_ERROR, "vip_load_chkconf() failed. (ret=%d)", ret);
+  return ret;
+}
+
+int FillFromConfig(VIP_INFO* info) {
+  const int ret = vip_xml_get_config(info);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "vip_xml_get_config(%p) failed. (ret=%d)", static_cast<void*>(info), ret);
+    return ret;
+  }
+  TRACE(TRACE_DETAIL, "vip_xml_get_config(%p) succeeded.", static_cast<void*>(info));
+  return 0;
+}
+
+void ProbeInterfaceTool(const VIP_INFO* info) {
+  const int ret = nic_chk_isifconfig(&IsIfconfig, info->ifconfuse, info->ifconftout);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "nic_chk_isifconfig() failed. (ret=%d)", ret);
+  } else {
+    TRACE(TRACE_DETAIL, "nic_chk_isifconfig() succeeded.");
+  }
+}
+
+int Dispatch(VIP_INFO* info) {
+  switch (actflag) {
+    case 0:
+      return vip_start_act(info);
+    case 1:
+      return vip_start_deact(info);
+    default:
+      vip_set_shmbuf("Internal error. (status=%d)", kInternal);
+      return kInternal;
+  }
+}
+
+// Everything after the record exists: command line, configuration, probe
+// and the sequence. Returns the run's status.
+int RunWithRecord(int argc, char** argv, VIP_INFO* info) {
+  if (argc <= 3) {
+    TRACE(TRACE_ERROR, "Invalid option. (argc=%d)", argc);
+    vip_set_shmbuf("Option was invalid.");
+    return kInvalidOption;
+  }
+  TRACE(TRACE_DETAIL, "argc=%d", argc);
+  int ret = vip_parse_mode(argv[1]);
+  if (ret != 0) return ret;
+  char addrbuf[VIP_ADDRBUF_LEN] = {};
+  ret = vip_parse_options(argc, argv, info, addrbuf, sizeof addrbuf);
+  if (ret != 0) return ret;
+  ret = nomuseflag ? TakeManualAddress(info, addrbuf) : TakeResource(info);
+  if (ret != 0) return ret;
+  if (dynamicflag) {
+    ret = LoadDynamicConfig();
+    if (ret != 0) return ret;
+  }
+  ret = FillFromConfig(info);
+  if (ret != 0) return ret;
+  ProbeInterfaceTool(info);
+  return Dispatch(info);
+}
+
+void ResourceMode(Run& run, int argc, char** argv) {
+  run.ret = vip_init();
+  if (run.ret != 0) return;
+  TraceBanner();
+  // A binding that cannot be attached is traced by its wrapper; the run
+  // goes on without it.
+  vip_shmrm_attach();
+  vip_shmnm_attach();
+  vip_sem_attach();
+  run.ret = AllocateRecord(run);
+  if (run.ret != 0) return;
+  run.ret = RunWithRecord(argc, argv, run.record.get());
+}
+
+void CheckMode(Run& run, int argc, char** argv) {
+  run.check_mode = true;
+  if (vip_init() != 0) {
+    run.chkret = 1;
+    return;
+  }
+  run.chkret = vip_check_run(argc, argv, srcrev, srcdate);
+}
+
+// Every path ends here, in this order, whatever was set up.
+int Shutdown(Run& run) {
+  if (run.record) vip_shmrm_setdescript(run.record->rscname, run.record->grpname);
+  run.record.reset();
+  if (run.check_mode) run.ret = run.chkret;
+  TRACE(TRACE_INFO, "return(ret=%d)", run.ret);
+  vip_unload_chkconf();
+  vip_sem_detach();
+  vip_shmnm_detach();
+  vip_shmrm_detach();
+  vip_xml_term();
+  vip_log_term();
+  return run.ret;
+}
+
+}  // namespace
+
+int vip_init(void) {
+  TRACE(TRACE_DETAIL, "vip_init()  ENTRY...");
+  const uid_t uid = ::geteuid();
+  if (uid != 0) {
+    // The trace log is not open yet, so this line is normally dropped.
+    TRACE(TRACE_ERROR, "Not root. (uid=%d)", static_cast<int>(uid));
+    vip_set_shmbuf("User was not superuser.");
+    return 5;
+  }
+  TRACE(TRACE_DETAIL, "user: root");
+  const int ret = vip_xml_init();
+  if (ret != 0) return ret;
+  return vip_log_init();
+}
+
+void vip_usage(void) {
+  std::fputs("usage: vyrvip --add -a ipaddress[/subnet] [-i interface]\n", stdout);
+  std::fputs("              --del -a ipaddress\n", stdout);
+}
+
+int vip_main(int argc, char** argv) {
+  ClearGlobals();
+  Run run;
+  if (argc <= 1) {
+    // Nothing is initialised yet: the line goes nowhere and no description
+    // is stored.
+    TRACE(TRACE_ERROR, "Invalid option. (argc=%d)", argc);
+    run.ret = kInvalidOption;
+    vip_set_shmbuf("Option was invalid.");
+  } else if (strcasecmp(argv[1], "--test") == 0) {
+    CheckMode(run, argc, argv);
+  } else {
+    ResourceMode(run, argc, argv);
+  }
+  return Shutdown(run);
+}
