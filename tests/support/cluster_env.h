@@ -30,6 +30,8 @@ class ClusterEnv {
 
   // "VAR=value ..." for a command line.
   std::string EnvAssignments() const;
+  // More assignments for every later run (for example a PATH with a fake tool).
+  void SetExtraEnv(const std::string& assignments) { extra_env_ = assignments; }
 
   // Writes the running configuration. `resources` is the XML of the
   // <resource> children besides the common <vip> element; `common` the
@@ -52,6 +54,7 @@ class ClusterEnv {
   std::string prefix_;
   TempDir dir_;
   bool started_ = false;
+  std::string extra_env_;
 };
 
 }  // namespace vyrtest
