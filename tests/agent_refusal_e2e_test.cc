@@ -23,7 +23,7 @@ TEST_F(AgentE2E, ConfiguredAliasAlreadyInUseIsRefused) {
       kCommon);
   // The interface must match exactly: VA0 is not va0, so VA0:5 goes on as configured
   // and the kernel refuses the unknown device.
-  EXPECT_NE(0, Run("--active -r vip1 -g grp1"));
+  EXPECT_EQ(39, Run("--active -r vip1 -g grp1"));
   EXPECT_EQ(28, Run("--active -r vip2 -g grp1"));
   EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.81"));
 }
