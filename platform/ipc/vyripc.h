@@ -3,8 +3,24 @@
 // /run/vyrcluster). `vyrctl start` creates them and `vyrctl stop` removes
 // them; before that every attach fails with its error number.
 //
-// Each call returns 0 or an error number (the resource-table numbers are the
-// SHMRM_ERR_ values below).
+// Each call returns 0 or an error number. The resource-table numbers are the
+// SHMRM_ERR_ values below; the node-table and semaphore calls use the same
+// numbers where they mean the same thing, plus the VYRIPC_ERR_ values:
+//
+//   SHMRM_ERR_NOTINIT    nothing started for the run folder (no key file),
+//                        or the object is not attached by this process
+//   SHMRM_ERR_FTOK       the key could not be made from the key file
+//   SHMRM_ERR_SHMGET     the shared table does not exist (or no access)
+//   SHMRM_ERR_SHMAT      it could not be mapped
+//   SHMRM_ERR_LOADINFO   the object under that key belongs to another run folder
+//   VYRIPC_ERR_SEMGET    the semaphore set does not exist (or no access)
+//   VYRIPC_ERR_SEMOP     a semaphore operation failed (set removed meanwhile)
+//   VYRIPC_ERR_HELD      this process already holds the critical section
+//   VYRIPC_ERR_NOTHELD   leave without a matching enter
+//
+// Attach and detach are per process: an attach maps the object into this
+// process (a second attach only counts), a detach undoes one attach. Several
+// threads may call the library; attach and detach belong on one thread.
 #pragma once
 
 inline constexpr int SHMRM_ERR_NOTINIT = 2;
@@ -22,13 +38,21 @@ inline constexpr int SHMRM_ERR_MAXMON = 13;
 inline constexpr int SHMRM_ERR_LOADINFO = 14;
 inline constexpr int SHMRM_ERR_LOADCONF = 15;
 
+inline constexpr int VYRIPC_ERR_SEMGET = 16;
+inline constexpr int VYRIPC_ERR_SEMOP = 17;
+inline constexpr int VYRIPC_ERR_HELD = 18;
+inline constexpr int VYRIPC_ERR_NOTHELD = 19;
+
 // Size of a status description, terminator included.
 inline constexpr int SHMRM_DESCRIPT_SIZE = 128;
 
 int shmrm_attach(void);
 int shmrm_detach(void);
 // Creates or replaces the row (group, type, resource) with `descript`
-// (at most `size` bytes, cut to 127 characters).
+// (at most `size` bytes, cut to 127 characters). Writers in any number of
+// processes and threads are serialised, so a row always holds one whole
+// description. Names must be non-empty and shorter than 64 bytes (type: 16)
+// or SHMRM_ERR_INVALIDPARAM; a full table gives SHMRM_ERR_MAXRSC.
 int shmrm_setdescript(const char* group, const char* type, const char* rsc, const char* descript,
                       int size);
 
@@ -39,6 +63,8 @@ int shmnm_getnpsimuflag(int* flag);
 
 int sem_attach(void);
 int sem_detach(void);
-// The interface-change critical section, taken with SEM_UNDO.
+// The interface-change critical section, taken with SEM_UNDO: when a holder
+// dies, the kernel releases it. enter blocks until the section is free.
+// One holder per process; the last sem_detach leaves a section still held.
 int sem_entercrit_ifconfig(void);
 int sem_leavecrit_ifconfig(void);
