@@ -1,7 +1,17 @@
 // Choice of the device that carries the virtual address.
+//
+// Main thread only (reads ipv6flag). The record's ifname, sipel.addr,
+// sipel.mask, sipel.masklen and network-form address (and mask, when a text
+// mask was given) are filled by the caller; this completes vdevname, the
+// mask when none was given, bcast (IPv4), smac and macaddr.
 #pragma once
 
 #include "vip/addrinfo.h"
+
+// Highest alias number tried for an IPv4 address (eth0:0 ... eth0:9999).
+inline constexpr int VIP_MAX_ALIAS = 9999;
+// Longest device name the kernel takes.
+inline constexpr int VIP_MAX_DEVNAME = 15;
 
 // 0, or 17 (no interface / no free alias), 28 (alias in use), 30 (name too long).
 int vip_crt_vdevinfo(struct ipaddrinfo* ipaddrlist, int num, struct vdevinfo* vdev);
