@@ -1,9 +1,27 @@
 // Adding and removing the virtual address with interface ioctls.
+//
+// Both run on the calling thread and open their own datagram socket. The
+// request is named after the record's vdevname, or its ifname when vdevname
+// is empty (at most 15 characters); the family comes from nic_ipck on
+// sipel.addr. IPv4 uses nipel.addr, nipel.mask and bcast; IPv6 uses
+// nipel6.addr and sipel.masklen.
 #pragma once
 
 #include "vip/addrinfo.h"
 
 // 0 success, 9 socket, 10 address, 11 mask, 12 broadcast, 13 flags,
 // 14 interface index, 15 flags or address read, 16 IPv6 delete.
+// A failure after the address was set removes it again; the result stays
+// the code of the first failure.
 int nic_act_ipaddr_ioctl(struct vdevinfo* vdev);
+// IPv4: takes the device down (which drops an alias's address) and deletes
+// the address if the device still carries it. IPv6: deletes the address
+// from the interface.
 int nic_deact_ipaddr_ioctl(struct vdevinfo* vdev);
+
+// Every interface ioctl of the two functions goes through this pointer
+// (::ioctl by default), so that a test can make one request fail halfway
+// through. Change it only while no other thread adds or removes addresses.
+using NicIoctlFn = int (*)(int fd, unsigned long request, void* arg);
+extern NicIoctlFn nic_ioctl_fn;
+int nic_ioctl_kernel(int fd, unsigned long request, void* arg);
