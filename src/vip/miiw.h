@@ -1,4 +1,6 @@
 // The NIC link check: ethtool link query and MII registers.
+//
+// Main thread. Works on a socket the caller opened and keeps open.
 #pragma once
 
 enum __miiw_ret_val__ {
@@ -18,4 +20,16 @@ enum __miiw_ret_val__ {
   MIIW_RET_INTERNAL_ERR = 99,
 };
 
+// Methods: 0 ethtool, MII registers when ethtool fails; 1 MII registers
+// only; 2 ethtool only. Returns MIIW_RET_SUCCESS (link up), FAIL_NICDOWN,
+// FAIL_IOCTL (a query or register read failed), FAIL_IOCTL_NOTSUPPORT
+// (ethtool unsupported, or neither MII request set accepted) or FAIL_PARAM
+// (unknown method).
 int vip_miiw_ioctl(int* sock, const char* ifname, int method);
+
+// Every ioctl of the link check goes through this pointer (::ioctl by
+// default), so that tests can play a PHY's registers. Change it only while
+// no link check runs.
+using MiiwIoctlFn = int (*)(int fd, unsigned long request, void* arg);
+extern MiiwIoctlFn vip_miiw_ioctl_fn;
+int vip_miiw_ioctl_kernel(int fd, unsigned long request, void* arg);
