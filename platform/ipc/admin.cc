@@ -135,6 +135,7 @@ bool OwnTable(const TableKind& kind, const vyripc::Key& key, int* shmid, bool* f
 }  // namespace
 
 int vyripc_create(int* already) {
+  vyripc::SetLastErrno(0);
   if (int err = MakeDirs(vyripc_run_dir()); err != 0) return Fail(err, SHMRM_ERR_FTOK);
   KeyFile lock = LockKeyFile(O_CREAT);
   if (!lock.valid()) return Fail(errno, SHMRM_ERR_FTOK);
@@ -160,6 +161,7 @@ int vyripc_create(int* already) {
 }
 
 int vyripc_remove(int* removed) {
+  vyripc::SetLastErrno(0);
   int count = 0;
   KeyFile lock = LockKeyFile(0);
   if (!lock.valid()) {
