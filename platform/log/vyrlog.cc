@@ -91,6 +91,15 @@ void RotateIfNeeded(LogHandle& h, std::size_t add) {
   if (lock_fd >= 0) ::close(lock_fd);  // also releases the lock
 }
 
+// A value that carries a line break (an option typed by a user, a line of
+// command output) must not start a line of its own that looks like a
+// record of the log.
+void FlattenLine(char* text) {
+  for (char* p = text; *p != '\0'; ++p) {
+    if (*p == '\n' || *p == '\r') *p = ' ';
+  }
+}
+
 std::size_t FormatHeader(char* line, std::size_t cap, int level, const char* file, int lineno,
                          const char* func) {
   struct timespec now {};
@@ -148,6 +157,7 @@ void log_write(void* handle, int level, int event, const char* file, int line, c
     std::snprintf(text, sizeof text, "%s", subject ? subject : "");
   }
   va_end(ap);
+  FlattenLine(text);
 
   char out[kLineMax + 512];
   std::size_t len = FormatHeader(out, sizeof out, level, file, line, func);

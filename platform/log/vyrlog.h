@@ -30,7 +30,11 @@ inline constexpr int VYR_LOG_EVENT = 32768;
 int log_init(const char* type, void** handle, int level, int size, const char* path);
 
 // Writes one line. `event` is 0 for ordinary lines, the event number for
-// level 32768. A null `format` writes the event number alone.
+// level 32768 (the text then follows "[event N] "). An event with a null
+// `format` takes its first argument as the text (the subject of the event);
+// any other line with a null format has an empty text. A newline or carriage
+// return inside the text is written as a blank, so that one call is always
+// one line.
 void log_write(void* handle, int level, int event, const char* file, int line, const char* func,
                const char* format, ...) __attribute__((format(printf, 7, 8)));
 

@@ -1,0 +1,33 @@
+// Reading back files written by the log library: each line split into the
+// fields of its layout
+//   2026-11-22 19:22:01.123 pid=1234 tid=1235 INFO src/vip/entry.cc:120 main: text
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace vyrtest {
+
+struct LogLine {
+  std::string stamp;  // "YYYY-MM-DD HH:MM:SS.mmm"
+  long pid = 0;
+  long tid = 0;
+  std::string level;  // ERROR, WARN, INFO, DETAIL or EVENT
+  std::string file;
+  int line = 0;
+  std::string func;
+  std::string text;
+};
+
+// Parses one line (without its newline); false when it has another layout.
+bool ParseLogLine(const std::string& line, LogLine* out);
+
+// Every line of the file, in order. A line that does not parse is kept with
+// only its `text` set to the raw line and `level` empty, so that a test can
+// see it and fail on it.
+std::vector<LogLine> ReadLogLines(const std::string& path);
+
+// The texts of the lines, in order.
+std::vector<std::string> LogTexts(const std::string& path);
+
+}  // namespace vyrtest
