@@ -79,9 +79,7 @@ void traceopen(const char* type, int level, int size, const char* path) {
 
 void traceclose(void) { CloseOn(&loghandle, &traceinit); }
 
-void tracetell(const char* name) {
-  std::snprintf(rscname, 9, "%s", name ? name : "");
-}
+void tracetell(const char* name) { std::snprintf(rscname, 9, "%s", name ? name : ""); }
 
 void trace(int level, const char* file, int line, const char* func, const char* format, ...) {
   if (loghandle == nullptr || format == nullptr) return;
@@ -191,19 +189,18 @@ void traceshmrm(int ret, const char* file, int line, const char* func, const cha
 
 void makeerrstr_shmrm(int ret, char* errstr) {
   static const char* const kNames[] = {
-      "SHMRM_ERR_NOTINIT",  "SHMRM_ERR_INVALIDPARAM", "SHMRM_ERR_NOTFOUND",
-      "SHMRM_ERR_NOTENOUGH", "SHMRM_ERR_XMLINIT",     "SHMRM_ERR_FTOK",
-      "SHMRM_ERR_SHMGET",   "SHMRM_ERR_SHMAT",        "SHMRM_ERR_SHMCTL",
-      "SHMRM_ERR_MAXGRP",   "SHMRM_ERR_MAXRSC",       "SHMRM_ERR_MAXMON",
+      "SHMRM_ERR_NOTINIT",  "SHMRM_ERR_INVALIDPARAM", "SHMRM_ERR_NOTFOUND", "SHMRM_ERR_NOTENOUGH",
+      "SHMRM_ERR_XMLINIT",  "SHMRM_ERR_FTOK",         "SHMRM_ERR_SHMGET",   "SHMRM_ERR_SHMAT",
+      "SHMRM_ERR_SHMCTL",   "SHMRM_ERR_MAXGRP",       "SHMRM_ERR_MAXRSC",   "SHMRM_ERR_MAXMON",
       "SHMRM_ERR_LOADINFO", "SHMRM_ERR_LOADCONF"};
   MakeErrName(kNames, 2, static_cast<int>(sizeof kNames / sizeof kNames[0]), ret, errstr);
 }
 
 void makeerrstr_xml(int ret, char* errstr) {
   static const char* const kNames[] = {
-      "VYR_XMLERR_SUCCESS",       "VYR_XMLERR_NOT_INIT",       "VYR_XMLERR_NOT_LOAD",
-      "VYR_XMLERR_NOTENOUGH_SIZE", "VYR_XMLERR_NOTEXIST_PATH", "VYR_XMLERR_NOTEXIST_VALUE",
-      "VYR_XMLERR_INVALID_PATH",  "VYR_XMLERR_INVALID_XML",    "VYR_XMLERR_INVALID_HANDLE",
+      "VYR_XMLERR_SUCCESS",          "VYR_XMLERR_NOT_INIT",      "VYR_XMLERR_NOT_LOAD",
+      "VYR_XMLERR_NOTENOUGH_SIZE",   "VYR_XMLERR_NOTEXIST_PATH", "VYR_XMLERR_NOTEXIST_VALUE",
+      "VYR_XMLERR_INVALID_PATH",     "VYR_XMLERR_INVALID_XML",   "VYR_XMLERR_INVALID_HANDLE",
       "VYR_XMLERR_INVALID_CONTENTS", "VYR_XMLERR_OTHER"};
   MakeErrName(kNames, 0, static_cast<int>(sizeof kNames / sizeof kNames[0]), ret, errstr);
 }
