@@ -14,8 +14,24 @@ typedef struct _IPADDR_INFO {
   struct ipaddrinfo* list;
 } IPADDR_INFO, *PIPADDR_INFO;
 
+// Completion flag of the listing worker, set as its last act.
 extern std::atomic<int> ifconfthend;
 
+// Main thread. With IsIfconfig 0 lists through the kernel (38 and "Get nic
+// info failed." on failure). Otherwise runs "<cmdpath> -a" on a worker and
+// waits at most `timeout` seconds, returning as soon as the worker ends: 0,
+// the listing's code (3, 10, 11, 12, 18, 31), 22 (no worker) or 23 (time
+// limit; the tool is ended and reaped, the outputs are not touched). On 0
+// *ipaddrlist is a new array (free with std::free, null when the output
+// held no block) of *num entries.
 int vip_ifconfig_mkth(struct ipaddrinfo** ipaddrlist, int* num, const char* cmdpath, int timeout);
+
+// The listing worker's body; `arg` is the IPADDR_INFO record. Run under a
+// vyr::TimedWorker, which sets ifconfthend when it returns.
 void vip_cmd_popen(void* arg);
+
+// Runs "<cmdpath> -a" (cmdpath is extended in place, so it needs room for
+// three more characters in its 1024 bytes) and reads the older layout,
+// following ipv6flag. Returns 0, 3, 10, 11, 12, 18 or 31; the outputs are
+// set only on 0.
 int vip_get_ipaddrlist(struct ipaddrinfo** ipaddrlist, int* num, char* cmdpath);
