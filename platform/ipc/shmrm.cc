@@ -83,7 +83,7 @@ ResourceRow* AddRow(ResourceTable& t, const char* group, const char* type, const
 
 // Writes the new text into the slot that is not current, then switches.
 void StoreDescript(ResourceRow& r, const char* text, int size) {
-  size_t limit = std::min<size_t>(static_cast<size_t>(size), SHMRM_DESCRIPT_SIZE - 1);
+  size_t limit = std::min<size_t>(static_cast<size_t>(size), SHMRM_DESCRIPT_SIZE) - 1;
   size_t len = strnlen(text, limit);
   std::uint32_t next = (r.current & 1u) ^ 1u;
   char* slot = r.descript[next];

@@ -48,8 +48,9 @@ inline constexpr int SHMRM_DESCRIPT_SIZE = 128;
 
 int shmrm_attach(void);
 int shmrm_detach(void);
-// Creates or replaces the row (group, type, resource) with `descript`
-// (at most `size` bytes, cut to 127 characters). Writers in any number of
+// Creates or replaces the row (group, type, resource) with `descript`, read
+// from a buffer of `size` bytes: at most size-1 characters are stored, and
+// never more than 127. Writers in any number of
 // processes and threads are serialised, so a row always holds one whole
 // description. Names must be non-empty and shorter than 64 bytes (type: 16)
 // or SHMRM_ERR_INVALIDPARAM; a full table gives SHMRM_ERR_MAXRSC.
