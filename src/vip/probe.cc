@@ -1,0 +1,164 @@
+#include "vip/probe.h"
+
+#include <arpa/inet.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "common/command.h"
+#include "common/shell.h"
+#include "tracersc/tracersc.h"
+#include "vip/addrtext.h"
+#include "vip/globals.h"
+
+namespace {
+
+constexpr int kFree = 0;
+constexpr int kLookupFailed = 3;
+constexpr int kBadExit = 2;
+constexpr int kAbnormal = 11;
+constexpr int kNotStarted = 12;
+constexpr int kNoPingCommand = 13;
+constexpr int kInUse = 15;
+constexpr int kNoMac = 26;
+constexpr int kMacLen = 32;
+constexpr int kLineLen = 1024;
+
+bool IsAddress(const char* text) {
+  unsigned char buf[sizeof(in6_addr)];
+  return inet_pton(AF_INET, text, buf) == 1 || inet_pton(AF_INET6, text, buf) == 1;
+}
+
+bool IsIPv4Address(const char* text) {
+  in_addr buf;
+  return inet_pton(AF_INET, text, &buf) == 1;
+}
+
+// The first token of `line` that reads as six hex fields, copied whole into
+// `macaddr` (kMacLen bytes). A token too long for the buffer is not taken:
+// a cut MAC text would name a different card.
+bool FindMacToken(char* line, char* macaddr) {
+  char* save = nullptr;
+  for (char* tok = strtok_r(line, " \t\n", &save); tok != nullptr;
+       tok = strtok_r(nullptr, " \t\n", &save)) {
+    unsigned int f[6];
+    if (std::sscanf(tok, "%x:%x:%x:%x:%x:%x", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5]) != 6) {
+      continue;
+    }
+    if (std::strlen(tok) >= static_cast<std::size_t>(kMacLen)) continue;
+    std::snprintf(macaddr, kMacLen, "%s", tok);
+    return true;
+  }
+  return false;
+}
+
+// Reads the lookup's output until the first MAC token. Stops reading there,
+// as the rest of the output cannot change the answer.
+bool ReadMac(vyr::ChildProcess& child, char* macaddr) {
+  char line[kLineLen];
+  while (child.ReadLine(line, sizeof line)) {
+    vip_chop(line);
+    if (FindMacToken(line, macaddr)) return true;
+  }
+  return false;
+}
+
+// Traces the responder of an answered probe: its MAC address for IPv4, the
+// lookup's failure (or 1 for IPv6, where no lookup is made) otherwise.
+void TraceResponder(PIP_INFO pip) {
+  char macaddr[kMacLen] = {};
+  int ret = 1;
+  if (ipv6flag == 0) ret = vip_get_macaddr_v4(pip->pinfo->arpcmd, pip->addr, macaddr);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "%s is already exist. (ret=%d)", pip->addr, ret);
+  } else {
+    TRACE(TRACE_ERROR, "%s is already exist.(macaddr : %s)", pip->addr, macaddr);
+  }
+}
+
+}  // namespace
+
+int vip_chk_ip_response(PIP_INFO pip) {
+  TRACE(TRACE_DETAIL, "vip_chk_ip_response()  ENTRY...");
+  char path[VIP_PATH_LEN] = {};
+  const int plen = std::snprintf(path, sizeof path, "%s/%s", inspath, pip->pinfo->pingcmd);
+  struct stat st;
+  // A path that does not fit is not the configured command: never run a cut one.
+  if (plen < 0 || plen >= static_cast<int>(sizeof path) || stat(path, &st) != 0) {
+    TRACE(TRACE_ERROR, "%s: Command not found.", path);
+    TRACE(TRACE_DETAIL, "return(%d)", kNoPingCommand);
+    return kNoPingCommand;
+  }
+  // The address lands on a command line; only a real address may get there.
+  if (!IsAddress(pip->addr)) {
+    TRACE(TRACE_ERROR, "ping to %s failed (invalid address).", pip->addr);
+    TRACE(TRACE_DETAIL, "return(%d)", kBadExit);
+    return kBadExit;
+  }
+  const std::string cmdline = vyr::ShellQuote(path) + " -c " +
+                              std::to_string(pip->pinfo->pingtout) + " " + pip->addr +
+                              " > /dev/null 2>&1";
+  TRACE(TRACE_INFO, "system(%s)...", cmdline.c_str());
+  const vyr::WaitResult st_ping = vyr::DecodeWaitStatus(vyr::RunCommand(cmdline));
+
+  int ret;
+  if (!st_ping.normal) {
+    TRACE(TRACE_ERROR, "ping to %s failed (before system()).", pip->addr);
+    ret = kAbnormal;
+  } else if (st_ping.exit_code == 1) {
+    ret = kFree;
+  } else if (st_ping.exit_code == 0) {
+    TraceResponder(pip);
+    ret = kInUse;
+  } else {
+    TRACE(TRACE_ERROR, "ping to %s failed (after system()).", pip->addr);
+    ret = kBadExit;
+  }
+  TRACE(TRACE_DETAIL, "return(%d)", ret);
+  return ret;
+}
+
+int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr) {
+  TRACE(TRACE_DETAIL, "vip_get_macaddr_v4()  ENTRY...");
+  if (!IsIPv4Address(ipaddr)) {
+    // Nothing is run for a text that is not an IPv4 address.
+    TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", EINVAL);
+    vip_set_shmbuf("Internal error. (status=%d)", kNotStarted);
+    TRACE(TRACE_DETAIL, "return(%d)", kNotStarted);
+    return kNotStarted;
+  }
+  const std::string cmdline = vyr::ShellQuote(cmdpath) + " -n " + ipaddr;
+  TRACE(TRACE_INFO, "popen(%s)...", cmdline.c_str());
+  auto child = vyr::StartCommand(cmdline, vyr::ChildProcess::Output::kPipe);
+  if (!child) {
+    TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", errno);
+    vip_set_shmbuf("Internal error. (status=%d)", kNotStarted);
+    TRACE(TRACE_DETAIL, "return(%d)", kNotStarted);
+    return kNotStarted;
+  }
+  char found[kMacLen] = {};
+  const bool have_mac = ReadMac(*child, found);
+  const int status = vyr::WaitCommand(*child);
+  const int wait_errno = errno;
+  const vyr::WaitResult st = vyr::DecodeWaitStatus(status);
+
+  int ret;
+  if (!st.normal) {
+    TRACE(TRACE_ERROR, "pclose(%s) error. (ret=%d,errno=%d)", cmdline.c_str(), 0, wait_errno);
+    vip_set_shmbuf("Command failed. (%s(%s), errno=%d)", "pclose", cmdline.c_str(), wait_errno);
+    ret = kAbnormal;
+  } else if (st.exit_code != 0) {
+    TRACE(TRACE_ERROR, "%s : failed. (ret=%d)", cmdline.c_str(), st.exit_code);
+    vip_set_shmbuf("Command failed. (%s, ret=%d)", cmdline.c_str(), st.exit_code);
+    ret = kLookupFailed;
+  } else {
+    TRACE(TRACE_DETAIL, "%s : success.", cmdline.c_str());
+    ret = have_mac ? 0 : kNoMac;
+    if (have_mac) std::memcpy(macaddr, found, sizeof found);
+  }
+  TRACE(TRACE_DETAIL, "return(%d)", ret);
+  return ret;
+}
