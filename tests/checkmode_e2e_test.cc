@@ -1,0 +1,199 @@
+// vyrvip --test and the dynamic-update modes, run as the built program with
+// a private install folder, configuration, policies and trace log.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "support/check_session.h"
+#include "support/netns.h"
+#include "support/sh.h"
+#include "support/trace_capture.h"
+#include "vyrxml.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using vyrtest::ReadFile;
+using vyrtest::SplitLines;
+using vyrtest::WriteFile;
+
+const std::string kBinary = std::string(VYR_BINARY_DIR) + "/src/vyrvip";
+const std::string kChecked = std::string(VYR_TESTDATA_DIR) + "/chkconf/three_servers.xml";
+
+// A private installation: <dir>/inst is the install folder (/root/all/path),
+// <dir>/cluster.xml the running configuration, <dir>/log the trace logs.
+class Install {
+ public:
+  explicit Install(const std::string& rdrctpath = "var/check/vip.log") {
+    vyrtest::Sh("mkdir -p \"" + dir_.path() + "/inst/var/check\" \"" + dir_.path() + "/log\"");
+    WriteFile(dir_ / "inst/chkconf.xml", ReadFile(kChecked));
+    WriteFile(dir_ / "cluster.xml",
+              "<root>\n"
+              "  <all><path>" +
+                  dir_.path() +
+                  "/inst</path></all>\n"
+                  "  <cluster><check><rdrctpath>" +
+                  rdrctpath +
+                  "</rdrctpath><chkconf>chkconf.xml</chkconf></check></cluster>\n"
+                  "  <vip><log><level>8</level></log></vip>\n"
+                  "  <resource><vip name=\"dyn\"><parameters><ip>192.0.2.1/24</ip>"
+                  "<ifname>va0</ifname><ping><timeout>0</timeout></ping><arp><retry>0</retry>"
+                  "</arp></parameters></vip></resource>\n"
+                  "</root>\n");
+  }
+
+  std::string CheckLogPath() const { return dir_ / "inst/var/check/vip.log"; }
+  std::string ChkconfPath() const { return dir_ / "inst/chkconf.xml"; }
+  std::string Env() const {
+    return "VYR_CONFIG=\"" + (dir_ / "cluster.xml") +
+           "\" VYR_POLICY_DIR=\"" VYR_SOURCE_DIR "/platform/policy\" VYR_LOG_DIR=\"" +
+           (dir_ / "log") + "\" VYR_RUN_DIR=\"" + (dir_ / "run") + "\"";
+  }
+  std::string Command(const std::string& args) const {
+    return "env " + Env() + " \"" + kBinary + "\" " + args;
+  }
+  int Vyrvip(const std::string& args, std::string* out = nullptr) const {
+    return vyrtest::Sh(Command(args), out);
+  }
+  // The texts of the trace log's lines of one level.
+  Lines Trace(const std::string& level) const {
+    Lines texts;
+    for (const std::string& line : SplitLines(ReadFile(dir_ / "log/vip.log"))) {
+      vyrtest::TraceLine parsed;
+      if (vyrtest::ParseTraceLine(line, &parsed) && parsed.level == level) {
+        texts.push_back(parsed.text);
+      }
+    }
+    return texts;
+  }
+
+ private:
+  vyrtest::TempDir dir_;
+};
+
+class CheckMode : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "vyrvip runs as root only";
+    if (::access(kBinary.c_str(), X_OK) != 0) GTEST_SKIP() << "no " << kBinary;
+  }
+};
+
+TEST_F(CheckMode, FindingsAreAppendedAfterAnEarlierBlock) {
+  Install inst;
+  const std::string earlier =
+      "*****START [type : vip][rscname : good]\n"
+      "I [001] Success in a composition check.\n"
+      "*****END [type : vip][rscname : good]\n";
+  WriteFile(inst.CheckLogPath(), earlier);
+  EXPECT_EQ(inst.Vyrvip("--test vip1"), 1);
+  EXPECT_EQ(ReadFile(inst.CheckLogPath()),
+            earlier +
+                "*****START [type : vip][rscname : vip1]\n"
+                "E [008] Subnet mask is invalid. (value=10.0.0.1/40)\n"
+                "E [012] Routing Protocol is invalid. (value=RIPv2)\n"
+                "*****END [type : vip][rscname : vip1]\n");
+}
+
+TEST_F(CheckMode, SoundResourceWritesTheSuccessLineAndExitsZero) {
+  Install inst;
+  // The mode word is matched without regard to case.
+  for (const char* mode : {"--test", "--TEST"}) {
+    EXPECT_EQ(inst.Vyrvip(std::string(mode) + " good"), 0) << mode;
+  }
+  const std::string block =
+      "*****START [type : vip][rscname : good]\n"
+      "I [001] Success in a composition check.\n"
+      "*****END [type : vip][rscname : good]\n";
+  EXPECT_EQ(ReadFile(inst.CheckLogPath()), block + block);
+}
+
+TEST_F(CheckMode, WrongArgumentCountIsInvalidUnderAnEmptyName) {
+  for (const char* args : {"--test", "--test vip1 good"}) {
+    Install inst;
+    EXPECT_EQ(inst.Vyrvip(args), 1) << args;
+    EXPECT_EQ(ReadFile(inst.CheckLogPath()),
+              "*****START [type : vip][rscname : ]\n"
+              "E [002] Invalid argument.\n"
+              "*****END [type : vip][rscname : ]\n")
+        << args;
+  }
+}
+
+TEST_F(CheckMode, CommentAndInternalErrorResults) {
+  Install inst;
+  EXPECT_EQ(inst.Vyrvip("--test nocomment"), 1);
+  EXPECT_EQ(inst.Vyrvip("--test longproto"), 1);
+  EXPECT_EQ(ReadFile(inst.CheckLogPath()),
+            "*****START [type : vip][rscname : nocomment]\n"
+            "E [097] Path of Comment does not exist.\n"
+            "*****END [type : vip][rscname : nocomment]\n"
+            "*****START [type : vip][rscname : longproto]\n"
+            "E [003] Parameter Source IP Address is empty.\n"
+            "E [099] Internal error occurred.\n"
+            "*****END [type : vip][rscname : longproto]\n");
+}
+
+TEST_F(CheckMode, MissingCheckLogFolderSendsEveryLineToTheTraceLog) {
+  Install inst("no/such/folder/vip.log");
+  EXPECT_EQ(inst.Vyrvip("--test vip1"), 1);
+  Lines info = inst.Trace("INFO");
+  const Lines block = {
+      "*****START [type : vip][rscname : vip1]",
+      "E [008] Subnet mask is invalid. (value=10.0.0.1/40)",
+      "E [012] Routing Protocol is invalid. (value=RIPv2)",
+      "*****END [type : vip][rscname : vip1]",
+  };
+  Lines found;
+  for (const std::string& text : info) {
+    for (const std::string& want : block) {
+      if (text == want) found.push_back(text);
+    }
+  }
+  EXPECT_EQ(found, block);
+  bool open_failed = false;
+  for (const std::string& text : inst.Trace("ERROR")) {
+    if (text.find("open(") == 0 &&
+        text.find("no/such/folder/vip.log) failed. (errno = 2)") != std::string::npos) {
+      open_failed = true;
+    }
+  }
+  EXPECT_TRUE(open_failed);
+}
+
+TEST_F(CheckMode, DynamicUpdateWithoutConfigurationUnderCheckExitsWithLoaderStatus) {
+  Install inst;
+  ASSERT_EQ(::unlink(inst.ChkconfPath().c_str()), 0);
+  // What the configuration library answers for a file that is not there.
+  void* handle = nullptr;
+  ASSERT_EQ(xmllib_init("vip"), 0);
+  int expected = xmllib_load_pathconfig(inst.ChkconfPath().c_str(), &handle);
+  xmllib_term();
+  ASSERT_NE(expected, 0);
+  for (const char* mode : {"--dactive", "--ddeactive"}) {
+    EXPECT_EQ(inst.Vyrvip(std::string(mode) + " -r dyn -g grp"), expected) << mode;
+  }
+}
+
+TEST_F(CheckMode, DynamicUpdateActivationTakesTheAddressUnderCheck) {
+  VYR_NETNS_PAIR_OR_SKIP(pair);
+  Install inst;
+  WriteFile(inst.ChkconfPath(),
+            "<root><resource><vip name=\"dyn\"><parameters><ip>203.0.113.7/28</ip>"
+            "<ifname>va0</ifname><ping><timeout>0</timeout></ping><arp><retry>0</retry></arp>"
+            "</parameters></vip></resource></root>\n");
+  std::string out;
+  EXPECT_EQ(pair->InAgent(inst.Command("--dactive -r dyn -g grp"), &out), 0) << out;
+  std::string addrs;
+  ASSERT_EQ(pair->InAgent("ip -o addr show dev va0", &addrs), 0);
+  EXPECT_NE(addrs.find("203.0.113.7/28"), std::string::npos) << addrs;
+  EXPECT_EQ(addrs.find("192.0.2.1/"), std::string::npos) << addrs;
+
+  EXPECT_EQ(pair->InAgent(inst.Command("--ddeactive -r dyn -g grp"), &out), 0) << out;
+  ASSERT_EQ(pair->InAgent("ip -o addr show dev va0", &addrs), 0);
+  EXPECT_EQ(addrs.find("203.0.113.7"), std::string::npos) << addrs;
+}
+
+}  // namespace
