@@ -1,0 +1,158 @@
+// The control tool as an operator runs it: the built binary, one private
+// run folder per test.
+#include <string>
+
+#include "gtest/gtest.h"
+#include "support/ipc_env.h"
+#include "support/sh.h"
+#include "vyripc.h"
+#include "vyripc_admin.h"
+
+namespace {
+
+using vyrtest::IpcRunDir;
+
+const std::string kVyrctl = VYR_BINARY_DIR "/platform/vyrctl/vyrctl";
+
+struct Result {
+  int code;
+  std::string out;
+};
+
+// Standard output and standard error together.
+Result Ctl(const std::string& args) {
+  Result r;
+  r.code = vyrtest::Sh(kVyrctl + " " + args, &r.out);
+  return r;
+}
+
+// Standard output alone.
+Result CtlOut(const std::string& args) {
+  Result r;
+  r.code = vyrtest::Sh("{ " + kVyrctl + " " + args + " 2>/dev/null; }", &r.out);
+  return r;
+}
+
+TEST(Vyrctl, StartStatusStopLifecycle) {
+  IpcRunDir run;
+  const std::string dir = run.path() + "/run";
+
+  Result r = Ctl("status");
+  EXPECT_EQ(r.code, 3);
+  EXPECT_EQ(r.out, "vyrctl: not started for " + dir + " (run 'vyrctl start')\n");
+  r = Ctl("stop");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, "vyrctl: not running for " + dir + ", nothing to stop\n");
+
+  r = Ctl("start");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, "vyrctl: started for " + dir + "\n");
+  r = Ctl("start");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, "vyrctl: already started for " + dir + "\n");
+
+  r = CtlOut("status");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, "");
+  r = CtlOut("status --json");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, "[]\n");
+
+  r = Ctl("stop");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, "vyrctl: stopped for " + dir + "\n");
+  EXPECT_EQ(shmrm_attach(), SHMRM_ERR_NOTINIT);
+  EXPECT_EQ(Ctl("status").code, 3);
+}
+
+TEST(Vyrctl, StatusShowsTheStoredRows) {
+  IpcRunDir run;
+  ASSERT_EQ(Ctl("start").code, 0);
+  ASSERT_EQ(shmrm_attach(), 0);
+  ASSERT_EQ(shmrm_setdescript("grp1", "vip", "vip1", "Success.", 128), 0);
+  ASSERT_EQ(shmrm_setdescript("grp1", "vip", "vip2", "IP address was already used.", 128), 0);
+  // Texts an agent may store that would break a naive line or JSON writer.
+  ASSERT_EQ(shmrm_setdescript("grp2", "vip", "odd", "tab\there \"q\" back\\ nl\nend\x01", 128), 0);
+
+  Result r = CtlOut("status");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out,
+            "grp1\tvip\tvip1\tSuccess.\n"
+            "grp1\tvip\tvip2\tIP address was already used.\n"
+            "grp2\tvip\todd\ttab\\there \"q\" back\\\\ nl\\nend\x01\n");
+
+  r = CtlOut("status --json");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out,
+            "[\n"
+            "  {\"group\": \"grp1\", \"type\": \"vip\", \"resource\": \"vip1\", "
+            "\"description\": \"Success.\"},\n"
+            "  {\"group\": \"grp1\", \"type\": \"vip\", \"resource\": \"vip2\", "
+            "\"description\": \"IP address was already used.\"},\n"
+            "  {\"group\": \"grp2\", \"type\": \"vip\", \"resource\": \"odd\", "
+            "\"description\": \"tab\\there \\\"q\\\" back\\\\ nl\\nend\\u0001\"}\n"
+            "]\n");
+}
+
+TEST(Vyrctl, JsonKeepsUtf8AndReplacesBrokenBytes) {
+  IpcRunDir run;
+  ASSERT_EQ(Ctl("start").code, 0);
+  ASSERT_EQ(shmrm_attach(), 0);
+  ASSERT_EQ(shmrm_setdescript("g", "vip", "r", "caf\xc3\xa9 \xff \xe2\x82", 128), 0);
+  Result r = CtlOut("status --json");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out,
+            "[\n  {\"group\": \"g\", \"type\": \"vip\", \"resource\": \"r\", "
+            "\"description\": \"caf\xc3\xa9 \\ufffd \\ufffd\\ufffd\"}\n]\n");
+}
+
+TEST(Vyrctl, NpsimuReachesTheNodeTable) {
+  IpcRunDir run;
+  EXPECT_EQ(Ctl("npsimu on").code, 3);
+  ASSERT_EQ(Ctl("start").code, 0);
+  ASSERT_EQ(shmnm_attach(), 0);
+  int flag = -1;
+
+  Result r = Ctl("npsimu on");
+  EXPECT_EQ(r.code, 0);
+  EXPECT_EQ(r.out, "vyrctl: npsimu on\n");
+  ASSERT_EQ(shmnm_getnpsimuflag(&flag), 0);
+  EXPECT_EQ(flag, 1);
+  EXPECT_EQ(CtlOut("npsimu").out, "on\n");
+
+  r = Ctl("npsimu off");
+  EXPECT_EQ(r.code, 0);
+  ASSERT_EQ(shmnm_getnpsimuflag(&flag), 0);
+  EXPECT_EQ(flag, 0);
+  EXPECT_EQ(CtlOut("npsimu").out, "off\n");
+}
+
+TEST(Vyrctl, MisuseShowsUsageAndFails) {
+  IpcRunDir run;
+  struct Case {
+    const char* args;
+    const char* complaint;
+  } cases[] = {
+      {"", ""},
+      {"bogus", "vyrctl: unknown command 'bogus'\n"},
+      {"start now", "vyrctl: unexpected argument 'now'\n"},
+      {"stop -f", "vyrctl: unexpected argument '-f'\n"},
+      {"status --xml", "vyrctl: unexpected argument '--xml'\n"},
+      {"status --json --json", "vyrctl: unexpected argument '--json'\n"},
+      {"npsimu maybe", "vyrctl: npsimu takes 'on' or 'off', not 'maybe'\n"},
+      {"npsimu on off", "vyrctl: unexpected argument 'off'\n"},
+  };
+  for (const Case& c : cases) {
+    Result r = Ctl(c.args);
+    EXPECT_EQ(r.code, 2) << c.args;
+    EXPECT_EQ(r.out.rfind(c.complaint, 0), 0u) << c.args << ": " << r.out;
+    EXPECT_NE(r.out.find("usage: vyrctl start\n"), std::string::npos) << c.args;
+    // Misuse never starts anything.
+    EXPECT_EQ(shmrm_attach(), SHMRM_ERR_NOTINIT) << c.args;
+  }
+  Result help = CtlOut("--help");
+  EXPECT_EQ(help.code, 0);
+  EXPECT_EQ(help.out.rfind("usage: vyrctl start\n", 0), 0u);
+}
+
+}  // namespace
