@@ -134,6 +134,18 @@ class ConfigLoading : public ::testing::Test {
     return false;
   }
 
+  // True when some trace line of `level` contains `needle` anywhere.
+  bool TracedSome(const std::string& level, const std::string& needle) const {
+    std::istringstream in(ReadFile(dir_ / "trace.log"));
+    for (std::string line; std::getline(in, line);) {
+      if (line.find(" " + level + " ") != std::string::npos &&
+          line.find(needle) != std::string::npos) {
+        return true;
+      }
+    }
+    return false;
+  }
+
   static std::string Shmbuf() {
     char text[VIP_SHMBUF_LEN];
     vip_get_shmbuf(text);
@@ -364,6 +376,34 @@ TEST_F(ConfigLoading, DefaultLogSettingsKeepInformationButNotDetail) {
   const std::string log = ReadFile(dir_ / "log/vip.log");
   EXPECT_NE(log.find("information line"), std::string::npos);
   EXPECT_EQ(log.find("detail line"), std::string::npos);
+}
+
+// The shipped example documents every setting at its default value; with
+// this server as its "node1" the record is the default record on node1's
+// interface.
+TEST_F(ConfigLoading, ExampleConfigurationDocumentsTheDefaults) {
+  std::string text = ReadFile(std::string(VYR_SOURCE_DIR) + "/docs/cluster.example.xml");
+  ASSERT_FALSE(text.empty());
+  for (std::size_t at; (at = text.find("\"node1\"")) != std::string::npos;) {
+    text.replace(at, 7, "\"" + ShortHostName() + "\"");
+  }
+  vyrtest::WriteFile(dir_ / "example.xml", text);
+  for (int mode : {0, 1}) {
+    SCOPED_TRACE(mode ? "deactivation" : "activation");
+    ScopedEnv config("VYR_CONFIG", dir_ / "example.xml");
+    ScopedEnv policy("VYR_POLICY_DIR", kBarePolicies);
+    traceopen("vip", TRACE_DETAIL, 100000000, (dir_ / "trace.log").c_str());
+    actflag = mode;
+    VIP_INFO v{};
+    ASSERT_EQ(Fill(&v), 0);
+    VIP_INFO expected = Defaults(mode == 1);
+    std::snprintf(expected.ifname, sizeof expected.ifname, "eth0:1");
+    EXPECT_EQ(Dump(v), Dump(expected));
+    EXPECT_STREQ(inspath, "/opt/vyrcluster");
+    // Nothing was missing.
+    EXPECT_FALSE(TracedSome("WARN", "xmllib_get_value("));
+    TearDown();
+  }
 }
 
 // The host name decides the server only up to its first dot. Runs in a
