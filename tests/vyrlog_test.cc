@@ -133,14 +133,6 @@ TEST(LogFilter, EventsAreAlwaysKeptWithTheirNumber) {
   EXPECT_EQ("[event 11] 192.0.2.6 answered", lines[1].text);
 }
 
-TEST(LogFilter, NullHandleWritesNothing) {
-  vyrtest::TempDir dir;
-  vyrtest::ScopedEnv env("VYR_LOG_DIR", dir.path());
-  log_write(nullptr, 1, 0, "a.cc", 1, "f", "nowhere");
-  EXPECT_EQ(0, log_term(nullptr));
-  EXPECT_EQ("", vyrtest::ReadFile(dir / "vip.log"));
-}
-
 TEST(LogPlace, WithoutAPathTheLogIsTypeDotLogUnderTheLogFolder) {
   vyrtest::TempDir dir;
   const std::string folder = dir / "nested/logs";
