@@ -2,6 +2,9 @@
 // node table and the interface-change critical section.
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,7 +16,9 @@
 #include <vector>
 
 #include "gtest/gtest.h"
+#include "ipc_keys.h"
 #include "support/ipc_env.h"
+#include "tables.h"
 #include "vyripc.h"
 #include "vyripc_admin.h"
 
@@ -95,6 +100,32 @@ TEST(IpcObjects, AnotherRunFolderSeesNothing) {
     EXPECT_EQ(sem_attach(), SHMRM_ERR_NOTINIT);
   }
   EXPECT_EQ(shmrm_attach(), 0);
+}
+
+TEST(IpcObjects, TablesMadeForAnotherRunFolderAreLeftAlone) {
+  IpcRunDir run;
+  Start();
+  // Make the resource table look as if another folder's key file had made
+  // it, as when two folders' keys collide.
+  key_t rkey = ::ftok(vyripc::KeyPath().c_str(), vyripc::kProjResourceTable);
+  int shmid = ::shmget(rkey, 0, 0);
+  ASSERT_NE(shmid, -1);
+  void* p = ::shmat(shmid, nullptr, 0);
+  ASSERT_NE(p, reinterpret_cast<void*>(-1));
+  static_cast<vyripc::TableHeader*>(p)->key_ino ^= 1;
+  ::shmdt(p);
+  key_t skey = ::ftok(vyripc::KeyPath().c_str(), vyripc::kProjSemaphores);
+
+  EXPECT_EQ(shmrm_attach(), SHMRM_ERR_LOADINFO);
+  int already = 0;
+  EXPECT_EQ(vyripc_create(&already), SHMRM_ERR_LOADINFO);
+  int removed = 0;
+  EXPECT_EQ(vyripc_remove(&removed), SHMRM_ERR_LOADINFO);
+  EXPECT_EQ(::shmget(rkey, 0, 0), shmid) << "another folder's table was removed";
+  int semid = ::semget(skey, 0, 0);
+  EXPECT_NE(semid, -1) << "another folder's semaphore set was removed";
+  ::shmctl(shmid, IPC_RMID, nullptr);
+  if (semid != -1) ::semctl(semid, 0, IPC_RMID);
 }
 
 TEST(IpcObjects, StartTwiceKeepsTheRows) {
