@@ -1,12 +1,18 @@
 // Duplicate-address probing for real: vyrping on its own and the agent's
 // probe, inside a private pair of network namespaces joined by veth. The
 // peer holds 192.0.2.2 and 2001:db8::2; .3 and ::3 are free.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <sstream>
 #include <string>
+#include <thread>
 
+#include "common/unique_fd.h"
 #include "support/fake_ping.h"
 #include "support/netns.h"
 #include "support/trace_capture.h"
@@ -90,6 +96,72 @@ TEST(VyrpingTest, SixteenAtOnceEachSeeOnlyTheirOwnReplies) {
     for (int i = 0; i < 16; ++i) expected += want;
     EXPECT_EQ(out, expected) << addr;
   }
+}
+
+// An ICMP counter of the agent namespace's /proc/net/snmp.
+long IcmpCounter(const NetnsPair& pair, const std::string& name) {
+  std::string snmp;
+  vyrtest::Sh("ip netns exec " + pair.agent() + " cat /proc/net/snmp", &snmp);
+  std::istringstream in(snmp);
+  std::string header, values;
+  while (std::getline(in, header) && header.rfind("Icmp:", 0) != 0) {
+  }
+  std::getline(in, values);
+  std::istringstream h(header), v(values);
+  std::string key, value;
+  while (h >> key && v >> value) {
+    if (key == name) return std::stol(value);
+  }
+  return -1;
+}
+
+// Sends forged echo replies "from" 192.0.2.3 to the agent, one for every
+// identifier with sequence 1, for `seconds`: what vyrping may see when
+// another process probes the same address. Runs in the peer namespace.
+void ForgeReplies(const NetnsPair& pair, double seconds) {
+  vyrtest::ScopedNetns in(pair.peer());
+  ASSERT_TRUE(in.ok());
+  vyr::UniqueFd fd(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_RAW));
+  ASSERT_TRUE(fd.valid());
+  sockaddr_in dst{};
+  dst.sin_family = AF_INET;
+  inet_pton(AF_INET, "192.0.2.1", &dst.sin_addr);
+  uint8_t pkt[20 + 64] = {};
+  pkt[0] = 0x45;
+  pkt[3] = sizeof pkt;
+  pkt[8] = 64;
+  pkt[9] = IPPROTO_ICMP;
+  inet_pton(AF_INET, "192.0.2.3", pkt + 12);
+  inet_pton(AF_INET, "192.0.2.1", pkt + 16);
+  uint8_t* icmp = pkt + 20;
+  icmp[7] = 1;  // sequence 1
+  for (int i = 8; i < 64; ++i) icmp[i] = static_cast<uint8_t>(i * 7);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (std::chrono::steady_clock::now() < end) {
+    for (int id = 0; id < 65536; ++id) {
+      icmp[2] = icmp[3] = 0;
+      icmp[4] = static_cast<uint8_t>(id >> 8);
+      icmp[5] = static_cast<uint8_t>(id & 0xff);
+      uint32_t sum = 0;
+      for (int i = 0; i < 64; i += 2) sum += static_cast<uint32_t>((icmp[i] << 8) | icmp[i + 1]);
+      while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
+      icmp[2] = static_cast<uint8_t>(~sum >> 8);
+      icmp[3] = static_cast<uint8_t>(~sum & 0xff);
+      ::sendto(fd.get(), pkt, sizeof pkt, 0, reinterpret_cast<sockaddr*>(&dst), sizeof dst);
+    }
+  }
+}
+
+TEST(VyrpingTest, RepliesWithAForeignCookieDoNotCount) {
+  SETUP_PAIR_OR_SKIP(pair);
+  std::thread forger(ForgeReplies, std::cref(*pair), 2.5);
+  // Give the forger a head start, then probe the free address it forges.
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_EQ(Vyrping(*pair, "-c 2 192.0.2.3"), 1);
+  forger.join();
+  // The forged replies did reach the agent: a check without the cookie
+  // would have taken one of them.
+  EXPECT_GT(IcmpCounter(*pair, "InEchoReps"), 10000);
 }
 
 // The agent's probe through the real ping command and the real arp.
