@@ -236,6 +236,7 @@ void* vip_ping_retry(void* arg) {
   if (ret == 0) {
     TRACE(TRACE_INFO, "vip_chk_ip_response(%s) OK.", pip->addr);
     pip->ret = 0;
+    TRACE(TRACE_DETAIL, "return(%d)", 0);
     return nullptr;
   }
   TRACE(TRACE_ERROR, "vip_chk_ip_response(%s) failed. (ret=%d)", pip->addr, ret);
@@ -247,11 +248,13 @@ void* vip_ping_retry(void* arg) {
     if (ret == 0) {
       TRACE(TRACE_INFO, "vip_chk_ip_response(%s) succeeded.", pip->addr);
       pip->ret = 0;
+      TRACE(TRACE_DETAIL, "return(%d)", 0);
       return nullptr;
     }
   }
   if (ret == kInUse && actflag == 0) RaiseEvent(kEventInUse, pip->addr);
   if (info->pingretry != 0) TRACE(TRACE_ERROR, "ping(%s) retry failed.", pip->addr);
   pip->ret = ret;
+  TRACE(TRACE_DETAIL, "return(%d)", ret);
   return nullptr;
 }
