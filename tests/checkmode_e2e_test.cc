@@ -122,20 +122,6 @@ TEST_F(CheckMode, WrongArgumentCountIsInvalidUnderAnEmptyName) {
   }
 }
 
-TEST_F(CheckMode, CommentAndInternalErrorResults) {
-  Install inst;
-  EXPECT_EQ(inst.Vyrvip("--test nocomment"), 1);
-  EXPECT_EQ(inst.Vyrvip("--test longproto"), 1);
-  EXPECT_EQ(ReadFile(inst.CheckLogPath()),
-            "*****START [type : vip][rscname : nocomment]\n"
-            "E [097] Path of Comment does not exist.\n"
-            "*****END [type : vip][rscname : nocomment]\n"
-            "*****START [type : vip][rscname : longproto]\n"
-            "E [003] Parameter Source IP Address is empty.\n"
-            "E [099] Internal error occurred.\n"
-            "*****END [type : vip][rscname : longproto]\n");
-}
-
 TEST_F(CheckMode, MissingCheckLogFolderSendsEveryLineToTheTraceLog) {
   Install inst("no/such/folder/vip.log");
   EXPECT_EQ(inst.Vyrvip("--test vip1"), 1);

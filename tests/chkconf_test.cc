@@ -130,15 +130,6 @@ TEST_F(CheckFunctions, NamesAndAddressesMustNotBeEmpty) {
                    {"host.example", {"E [006] IP address is invalid. (value=host.example)"}}});
 }
 
-TEST_F(CheckFunctions, AddressTestSetsTheFamily) {
-  CheckLogFile log;
-  EXPECT_EQ(vip_ipaddr_check("2001:db8::5"), 0);
-  EXPECT_EQ(ipv6flag, 1);
-  EXPECT_EQ(vip_ipaddr_check("192.0.2.5"), 0);
-  EXPECT_EQ(ipv6flag, 0);
-  EXPECT_TRUE(log.Body().empty());
-}
-
 TEST_F(CheckFunctions, MissingServerSourceAddressIsWrittenOncePerRun) {
   CheckLogFile log;
   std::string empty;

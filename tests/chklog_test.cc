@@ -187,12 +187,4 @@ TEST(ChkLog, FailedWriteIsTracedAndTheLineKept) {
                                    }));
 }
 
-TEST(ChkLog, WritesWithoutInitGoToTheTraceLog) {
-  TraceCapture capture;
-  EXPECT_EQ(CHK_LOG(CHK_LEVEL_ERROR, CHK_ID_REQUIRED_ERR, "Source IP Address"), 1);
-  EXPECT_EQ(
-      capture.Texts("INFO"),
-      std::vector<std::string>{"E [013] Parameter Source IP Address is required for each server."});
-}
-
 }  // namespace

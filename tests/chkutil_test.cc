@@ -33,12 +33,6 @@ int Record(const char* which, void* value, bool finding) {
 int CommonOk(void* v) { return Record("common", v, false); }
 int ServerOk(void* v) { return Record("server", v, false); }
 int CommonBad(void* v) { return Record("common", v, true); }
-int IntOk(void* v) {
-  int n = 0;
-  std::memcpy(&n, v, sizeof n);
-  calls.push_back("int:" + std::to_string(n));
-  return 0;
-}
 
 property Text(const char* leaf, check_func common, check_func server, int required, int size = 82) {
   static std::deque<std::string> keep;  // the paths outlive the table; a deque never moves them
@@ -122,16 +116,6 @@ TEST_F(PropertyWalk, UnreadableThirdValueKeepsEarlierFindingsAndStops) {
   for (const std::string& c : calls) EXPECT_NE(c, "common:RIPver2,RIPngver1");
   EXPECT_TRUE(trace.Contains(
       "xmllib_get_value(/root/resource/vip@good/parameters/multicast/dstaddr, 0) failed. (ret=3)"));
-}
-
-TEST_F(PropertyWalk, IntegerValueReachesTheCheckAsAnInt) {
-  ConfigUnderTest config(kData + "three_servers.xml");
-  ASSERT_EQ(config.status(), 0);
-  property row{
-      "Send Interval", CHK_PROP_INT, 4,     "/root/resource/vip@%s/parameters/multicast/interval",
-      nullptr,         IntOk,        IntOk, 0};
-  EXPECT_EQ(check_properties("good", &row, 1), 0);
-  EXPECT_EQ(calls, std::vector<std::string>{"int:30"});
 }
 
 TEST(FillPath, SubstitutesInOrderAndRefusesWhatDoesNotFit) {
