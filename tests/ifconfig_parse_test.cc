@@ -143,19 +143,6 @@ TEST(IfconfigParse, Ipv6ModeGivesOneEntryPerAddressAndKeepsBlocksWithout) {
   EXPECT_EQ(std::memcmp(p.list.get()[1].macaddr, kEth0Mac, 6), 0);
 }
 
-TEST(IfconfigParse, SeventeenBlocksComeBackInOrder) {
-  Parsed p = Parse(Recorded("seventeen_blocks.txt"), 0);
-  ASSERT_EQ(p.ret, 0);
-  ASSERT_EQ(p.num, 17);
-  for (int k = 0; k < 17; ++k) {
-    const ipaddrinfo& e = p.list.get()[k];
-    EXPECT_EQ(std::string(e.ifname), "eth" + std::to_string(k));
-    EXPECT_EQ(std::string(e.sipel.addr), "192.0.2." + std::to_string(k + 1));
-    EXPECT_EQ(e.macaddr[5], k);
-    EXPECT_EQ(e.index, static_cast<unsigned>(k));
-  }
-}
-
 TEST(IfconfigParse, MalformedInputStopsTheListing) {
   char before[128];
   vip_set_shmbuf("before");
