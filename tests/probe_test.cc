@@ -46,10 +46,9 @@ TEST(ProbeTest, PingExitStatusDecidesTheResult) {
       {"exit 1", 0, ""},
       {"exit 2", 2, "ping to 192.0.2.5 failed (after system())."},
       {"exit 126", 2, "ping to 192.0.2.5 failed (after system())."},
-      // /bin/sh reports a killed child as the exit status 128+n, so this is
-      // an unexpected exit status; only a command whose shell is killed too
-      // (the whole process group) did not end normally.
-      {"kill -KILL $$", 2, "ping to 192.0.2.5 failed (after system())."},
+      // The shell execs the command, so a ping killed by a signal did not end
+      // normally, as does one whose whole process group is killed.
+      {"kill -KILL $$", 11, "ping to 192.0.2.5 failed (before system())."},
       {"kill -KILL 0", 11, "ping to 192.0.2.5 failed (before system())."},
       {"exit 0", 15, "192.0.2.5 is already exist.(macaddr : 02:00:5e:10:00:01)"},
   };

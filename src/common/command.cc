@@ -13,8 +13,9 @@ void SetCurrentWorkerControl(WorkerControl* control) { current_control = control
 WorkerControl* CurrentWorkerControl() { return current_control; }
 
 std::optional<ChildProcess> StartCommand(const std::string& command, ChildProcess::Output output) {
-  if (current_control != nullptr) return current_control->StartCommand(command, output);
-  return ChildProcess::Start(command, output);
+  const std::string line = "exec " + command;
+  if (current_control != nullptr) return current_control->StartCommand(line, output);
+  return ChildProcess::Start(line, output);
 }
 
 int WaitCommand(ChildProcess& child) {

@@ -15,8 +15,12 @@ class WorkerControl;
 // The control of the TimedWorker running on this thread, or null.
 WorkerControl* CurrentWorkerControl();
 
-// Starts "/bin/sh -c command". Returns nullopt with errno set when it
-// cannot be started (ECANCELED when the waiter has already given up).
+// Starts "/bin/sh -c 'exec command'". `command` is one simple command with
+// its redirections; the shell replaces itself with it, so the wait status
+// is the command's own: a command killed by a signal reads as not ended
+// normally rather than as the shell's exit status 128+N. Returns nullopt
+// with errno set when it cannot be started (ECANCELED when the waiter has
+// already given up).
 std::optional<ChildProcess> StartCommand(const std::string& command, ChildProcess::Output output);
 
 // Waits for a command from StartCommand and reaps it: its wait status, or
