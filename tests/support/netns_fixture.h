@@ -1,0 +1,84 @@
+// Tests of the address-change pieces: a fixture that runs the test thread
+// on the agent's side of a private namespace pair, and builders for the
+// device record those pieces take.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "support/netns.h"
+#include "vip/addrinfo.h"
+#include "vip/globals.h"
+
+namespace vyrtest {
+
+// The status description as the cluster would read it.
+inline std::string StatusText() {
+  char text[VIP_SHMBUF_LEN];
+  vip_get_shmbuf(text);
+  return text;
+}
+
+// An IPv4 record: text and network forms of the address and mask.
+inline vdevinfo Vdev4(const char* ifname, const char* vdevname, const char* addr,
+                      const char* mask = "255.255.255.0", const char* bcast = "192.0.2.255") {
+  vdevinfo v{};
+  std::snprintf(v.ifname, sizeof v.ifname, "%s", ifname);
+  std::snprintf(v.vdevname, sizeof v.vdevname, "%s", vdevname);
+  std::snprintf(v.sipel.addr, sizeof v.sipel.addr, "%s", addr);
+  std::snprintf(v.sipel.mask, sizeof v.sipel.mask, "%s", mask);
+  std::snprintf(v.bcast, sizeof v.bcast, "%s", bcast);
+  inet_pton(AF_INET, addr, &v.nipel.addr);
+  if (mask[0] != '\0') inet_pton(AF_INET, mask, &v.nipel.mask);
+  return v;
+}
+
+// An IPv6 record: the address on the interface itself with its prefix.
+inline vdevinfo Vdev6(const char* ifname, const char* addr, int masklen) {
+  vdevinfo v{};
+  std::snprintf(v.ifname, sizeof v.ifname, "%s", ifname);
+  std::snprintf(v.sipel.addr, sizeof v.sipel.addr, "%s", addr);
+  v.sipel.masklen = masklen;
+  inet_pton(AF_INET6, addr, &v.nipel6.addr);
+  return v;
+}
+
+// The test thread sits in the agent's namespace (device va0, peer vb0);
+// skipped where namespaces cannot be made. Derived SetUp()s call this first
+// and return when IsSkipped() or HasFatalFailure().
+class AgentNetnsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string why;
+    pair_ = NetnsPair::Create(&why);
+    if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
+    inside_ = std::make_unique<ScopedNetns>(pair_->agent());
+    ASSERT_TRUE(inside_->ok());
+    ipv6flag = 0;
+    vip_clear_shmbuf();
+  }
+  void TearDown() override {
+    ipv6flag = 0;
+    inside_.reset();
+    pair_.reset();
+  }
+
+  // One line per address of va0 (`ip -o`), family "-4" or "-6".
+  std::string Addrs(const char* family) const {
+    std::string out;
+    pair_->InAgent(std::string("ip -o ") + family + " addr show dev va0", &out);
+    return out;
+  }
+  bool HasAddr(const char* family, const std::string& text) const {
+    return Addrs(family).find(text) != std::string::npos;
+  }
+
+  std::unique_ptr<NetnsPair> pair_;
+  std::unique_ptr<ScopedNetns> inside_;
+};
+
+}  // namespace vyrtest
