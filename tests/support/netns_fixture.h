@@ -47,6 +47,20 @@ inline vdevinfo Vdev6(const char* ifname, const char* addr, int masklen) {
   return v;
 }
 
+// An entry of an address list, as the listing would give it.
+inline ipaddrinfo ListEntry(const std::string& name, const char* mask = "255.255.255.0",
+                            const char* mac = "02:00:00:00:00:01", int masklen = 0) {
+  ipaddrinfo e{};
+  std::snprintf(e.ifname, sizeof e.ifname, "%s", name.c_str());
+  inet_pton(AF_INET, mask, &e.nipel.mask);
+  std::snprintf(e.smac, sizeof e.smac, "%s", mac);
+  unsigned int b[6] = {};
+  std::sscanf(mac, "%x:%x:%x:%x:%x:%x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]);
+  for (int i = 0; i < 6; ++i) e.macaddr[i] = static_cast<unsigned char>(b[i]);
+  e.sipel.masklen = masklen;
+  return e;
+}
+
 // The test thread sits in the agent's namespace (device va0, peer vb0);
 // skipped where namespaces cannot be made. Derived SetUp()s call this first
 // and return when IsSkipped() or HasFatalFailure().
