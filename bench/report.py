@@ -23,6 +23,8 @@ def quantile(xs, q):
 
 
 def summary(times_ms):
+    # Keep ratios finite when a timer rounds a very short run to zero.
+    times_ms = [max(t, 1e-3) for t in times_ms]
     return {
         "median": statistics.median(times_ms),
         "p25": quantile(times_ms, 0.25),
@@ -90,6 +92,10 @@ ratio_row("overhead_deact", "deactivation, confirmations off", "ip addr del", 4.
 wait_row("waits_act", "activation, defaults", "vyrping -c 1 + sleep 1", 2000, 50)
 wait_row("waits_deact", "deactivation, ping confirmation", "vyrping -c 1", 1000, 50)
 ratio_row("fanout", "probe of 64 addresses (allip)", "probe of 1 address", 1.2)
+
+floor64, floor1 = hyperfine("fanout_floor")
+rows.append("| (for reference) 64 bare vyrping processes at once, started by a shell | %s | one vyrping: %s | %.2f | – | – | `fanout_floor` |" % (
+    fmt(floor64), fmt(floor1), floor64["median"] / floor1["median"]))
 
 tool_agent, tool_base = hyperfine("tool_path")
 extra = tool_agent["median"] - tool_base["median"]
@@ -203,6 +209,10 @@ md.append("\n## Peak memory of an activation (maximum resident set, most of five
 md.append("| run | peak | target | verdict |")
 md.append("|---|---|---|---|")
 md.extend(peak_rows)
+notes = os.path.join(os.path.dirname(os.path.abspath(__file__)), "NOTES.md")
+if os.path.exists(notes):
+    with open(notes) as f:
+        md.append("\n" + f.read())
 md.append("\n## Commands\n")
 md.append("Reproduce everything with `sudo bench/run`. Each figure came from:\n")
 md.append("```")
@@ -230,6 +240,7 @@ set yrange [1:*]
 set ylabel 'ms'
 set xtics rotate by -25 scale 0
 set key top left
+set rmargin 14
 set grid ytics
 plot '%s' using 2:xtic(1) title 'agent' lc rgb '#2a6fb0', '' using 3 title 'baseline' lc rgb '#c0c0c0'
 """ % (os.path.join(out, "results.png"), dat)
