@@ -55,28 +55,50 @@ int ConfirmListing(Deactivation& run, bool* present) {
   return 0;
 }
 
+// Repeats `still_there` after each sleep of `interval` seconds, at most
+// `retries` times, while it reports the address as still there. A non-zero
+// *error from it ends the loop at once.
+template <typename Check>
+bool StillThereAfterRetries(int retries, int interval, Check still_there, int* error) {
+  bool there = still_there(error);
+  for (int i = 0; there && *error == 0 && i < retries; ++i) {
+    ::sleep(static_cast<unsigned>(interval > 0 ? interval : 0));
+    there = still_there(error);
+  }
+  return there;
+}
+
+// The end of a confirmation loop: the OK line, or the retry-count-over
+// line and, with the error switch on, the failure status.
+int ConfirmationResult(bool still_there, const char* ok_text, const char* over_format,
+                       const char* addr, int error_switch, int status) {
+  if (!still_there) {
+    TRACE(TRACE_DETAIL, "%s", ok_text);
+    return 0;
+  }
+  TRACE(TRACE_ERROR, over_format, addr);
+  if (error_switch == 0) return 0;
+  vip_set_shmbuf("Internal error. (status=%d)", status);
+  return status;
+}
+
 // Lists again until the address no longer shows. 0, 24, or a listing code.
 int ConfirmByListing(Deactivation& run) {
   const VIP_INFO* info = run.info;
   TRACE(TRACE_DETAIL, "deact check ifconfig start.");
-  bool present = true;
-  int ret = ConfirmListing(run, &present);
-  if (ret != 0) return ret;
-  for (int i = 0; present && i < info->checkifretry; ++i) {
-    ::sleep(static_cast<unsigned>(info->checkifinterval > 0 ? info->checkifinterval : 0));
-    ret = ConfirmListing(run, &present);
-    if (ret != 0) return ret;
-  }
-  if (!present) {
-    TRACE(TRACE_DETAIL, "deact check ifconfig OK.");
-    return 0;
-  }
-  TRACE(TRACE_ERROR, "deact check ifconfig retry count over. (ip=%s)", info->addr);
-  if (info->checkiferror != 0) {
-    vip_set_shmbuf("Internal error. (status=%d)", 24);
-    return 24;
-  }
-  return 0;
+  int error = 0;
+  const bool there = StillThereAfterRetries(
+      info->checkifretry, info->checkifinterval,
+      [&run](int* err) {
+        bool present = true;
+        *err = ConfirmListing(run, &present);
+        return present;
+      },
+      &error);
+  if (error != 0) return error;
+  return ConfirmationResult(there, "deact check ifconfig OK.",
+                            "deact check ifconfig retry count over. (ip=%s)", info->addr,
+                            info->checkiferror, 24);
 }
 
 // Probes until nobody answers at the address. 0 or 25.
@@ -86,21 +108,13 @@ int ConfirmByProbe(VIP_INFO* info) {
     return 0;
   }
   TRACE(TRACE_DETAIL, "deact check ping start.");
-  bool answered = vip_ping(info) != 0;
-  for (int i = 0; answered && i < info->checkpiretry; ++i) {
-    ::sleep(static_cast<unsigned>(info->checkpiinterval > 0 ? info->checkpiinterval : 0));
-    answered = vip_ping(info) != 0;
-  }
-  if (!answered) {
-    TRACE(TRACE_DETAIL, "deact check ping OK");
-    return 0;
-  }
-  TRACE(TRACE_ERROR, "deact check ping retry count over. (ip=%s)", info->addr);
-  if (info->checkpierror != 0) {
-    vip_set_shmbuf("Internal error. (status=%d)", 25);
-    return 25;
-  }
-  return 0;
+  int error = 0;
+  const bool answering = StillThereAfterRetries(
+      info->checkpiretry, info->checkpiinterval, [info](int*) { return vip_ping(info) != 0; },
+      &error);
+  return ConfirmationResult(answering, "deact check ping OK",
+                            "deact check ping retry count over. (ip=%s)", info->addr,
+                            info->checkpierror, 25);
 }
 
 int DeactivateLocked(VIP_INFO* info) {
