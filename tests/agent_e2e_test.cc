@@ -37,24 +37,38 @@ TEST_F(AgentE2E, Ipv4ActivationUsesAliasAnnouncesAndDeactivationRemoves) {
   EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.1/24")) << "the interface's own address stays";
 }
 
-TEST_F(AgentE2E, Ipv4MaskComesFromTheInterfaceWhenNotConfigured) {
-  env_.WriteConfig(Resource("vip2", "<ip>192.0.2.11</ip><ifname>va0</ifname>"
-                                    "<arp><retry>0</retry></arp>"),
+// Up, then down again: where the address lands and that it goes away.
+TEST_F(AgentE2E, ActivationThenDeactivation) {
+  struct Case {
+    const char* up;
+    const char* down;
+    const char* family;
+    const char* shown;  // as `ip addr` shows the address once it is up
+    const char* gone;
+  };
+  const Case cases[] = {
+      // No mask configured: the interface's own mask and broadcast.
+      {"--active -r vip2 -g grp1", "--deactive -r vip2 -g grp1", "-4",
+       "inet 192.0.2.11/24 brd 192.0.2.255 scope global secondary va0:0", "192.0.2.11"},
+      // IPv6 goes on the interface itself; its prefix is kept for the removal.
+      {"--active -r vip6 -g grp6", "--deactive -r vip6 -g grp6", "-6", "inet6 2001:db8::10/64",
+       "2001:db8::10/"},
+      // Manual mode: address and interface from the command line.
+      {"--add -a 198.51.100.5/24 -i va0", "--del -a 198.51.100.5", "-4",
+       "inet 198.51.100.5/24 brd 198.51.100.255 scope global va0:0", "198.51.100.5"},
+  };
+  env_.WriteConfig(Resource("vip2",
+                            "<ip>192.0.2.11</ip><ifname>va0</ifname>"
+                            "<arp><retry>0</retry></arp>") +
+                       Resource("vip6", "<ip>2001:db8::10/64</ip><ifname>va0</ifname>"),
                    kCommon);
-  ASSERT_EQ(0, Run("--active -r vip2 -g grp1")) << env_.Log();
-  EXPECT_TRUE(Contains(AgentAddrs(), "inet 192.0.2.11/24 brd 192.0.2.255")) << AgentAddrs();
-  ASSERT_EQ(0, Run("--deactive -r vip2 -g grp1")) << env_.Log();
-  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.11"));
-}
-
-TEST_F(AgentE2E, Ipv6GoesOnTheInterfaceAndKeepsItsPrefixForRemoval) {
-  env_.WriteConfig(Resource("vip6", "<ip>2001:db8::10/64</ip><ifname>va0</ifname>"), kCommon);
-  ASSERT_EQ(0, Run("--active -r vip6 -g grp6")) << env_.Log();
-  EXPECT_TRUE(Contains(AgentAddrs("-6"), "inet6 2001:db8::10/64")) << AgentAddrs("-6");
+  for (const Case& c : cases) {
+    ASSERT_EQ(0, Run(c.up)) << c.up << "\n" << env_.Log();
+    EXPECT_TRUE(Contains(AgentAddrs(c.family), c.shown)) << c.up << "\n" << AgentAddrs(c.family);
+    ASSERT_EQ(0, Run(c.down)) << c.down << "\n" << env_.Log();
+    EXPECT_FALSE(Contains(AgentAddrs(c.family), c.gone)) << c.down << "\n" << AgentAddrs(c.family);
+  }
   EXPECT_EQ("Success.", env_.Description("grp6", "vip6"));
-
-  ASSERT_EQ(0, Run("--deactive -r vip6 -g grp6")) << env_.Log();
-  EXPECT_FALSE(Contains(AgentAddrs("-6"), "2001:db8::10/")) << AgentAddrs("-6");
 }
 
 TEST_F(AgentE2E, AddressHeldByThePeerIsRefused) {
@@ -68,11 +82,13 @@ TEST_F(AgentE2E, AddressHeldByThePeerIsRefused) {
 TEST_F(AgentE2E, NpsimuSkipsTheProbeUnlessTheResourceAsksForIt) {
   ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.21/24 dev vb0"));
   ASSERT_EQ(0, env_.Ctl("npsimu on"));
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.21/24</ip><ifname>va0</ifname>"
-                                    "<arp><retry>0</retry></arp>") +
-                       Resource("vip3", "<ip>192.0.2.21/24</ip><ifname>va0</ifname>"
-                                        "<ping><execute_in_npsimu_on_act>1"
-                                        "</execute_in_npsimu_on_act></ping>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.21/24</ip><ifname>va0</ifname>"
+                            "<arp><retry>0</retry></arp>") +
+                       Resource("vip3",
+                                "<ip>192.0.2.21/24</ip><ifname>va0</ifname>"
+                                "<ping><execute_in_npsimu_on_act>1"
+                                "</execute_in_npsimu_on_act></ping>"),
                    kCommon);
   EXPECT_EQ(15, Run("--active -r vip3 -g grp1")) << "probing is forced by the resource";
   ASSERT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
@@ -82,20 +98,12 @@ TEST_F(AgentE2E, NpsimuSkipsTheProbeUnlessTheResourceAsksForIt) {
 
 TEST_F(AgentE2E, AddressAlreadyOnThisHostIsRefused) {
   ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.30/24 dev va0 label va0:7"));
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.30/24</ip><ifname>va0</ifname>"
-                                    "<ping><timeout>0</timeout></ping>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.30/24</ip><ifname>va0</ifname>"
+                            "<ping><timeout>0</timeout></ping>"),
                    kCommon);
   EXPECT_EQ(15, Run("--active -r vip1 -g grp1"));
   EXPECT_EQ("This ip address was already used.  IP=192.0.2.30", env_.Description("grp1", "vip1"));
-}
-
-TEST_F(AgentE2E, ManualAddAndDelete) {
-  env_.WriteConfig("", kCommon);
-  ASSERT_EQ(0, Run("--add -a 198.51.100.5/24 -i va0")) << env_.Log();
-  EXPECT_TRUE(Contains(AgentAddrs(), "inet 198.51.100.5/24 brd 198.51.100.255 scope global va0:0"))
-      << AgentAddrs();
-  ASSERT_EQ(0, Run("--del -a 198.51.100.5")) << env_.Log();
-  EXPECT_FALSE(Contains(AgentAddrs(), "198.51.100.5"));
 }
 
 TEST_F(AgentE2E, DeactivatingAnAbsentAddressSucceeds) {
@@ -108,8 +116,9 @@ TEST_F(AgentE2E, DeactivatingAnAbsentAddressSucceeds) {
 TEST_F(AgentE2E, DeactivationFailsWhenTheAddressStillAnswersAndErrorsAreOn) {
   ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.50/24 dev vb0"));
   ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.50/24 dev va0 label va0:3"));
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.50/24</ip><ifname>va0</ifname><check>"
-                                    "<ping><retry>1</retry><error>1</error></ping></check>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.50/24</ip><ifname>va0</ifname><check>"
+                            "<ping><retry>1</retry><error>1</error></ping></check>"),
                    kCommon);
   EXPECT_EQ(25, Run("--deactive -r vip1 -g grp1"));
   EXPECT_EQ("Internal error. (status=25)", env_.Description("grp1", "vip1"));
@@ -117,8 +126,9 @@ TEST_F(AgentE2E, DeactivationFailsWhenTheAddressStillAnswersAndErrorsAreOn) {
 }
 
 TEST_F(AgentE2E, LinkCheckOnAVethPasses) {
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.60/24</ip><ifname>va0</ifname><monmii>1</monmii>"
-                                    "<arp><retry>0</retry></arp>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.60/24</ip><ifname>va0</ifname><monmii>1</monmii>"
+                            "<arp><retry>0</retry></arp>"),
                    kCommon);
   ASSERT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
   EXPECT_TRUE(Contains(env_.Log(), "check NIC link success."));
@@ -126,8 +136,9 @@ TEST_F(AgentE2E, LinkCheckOnAVethPasses) {
 
 TEST_F(AgentE2E, WithoutTheClusterTablesTheRunStillEndsWithItsStatus) {
   ASSERT_EQ(0, env_.Ctl("stop"));
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.70/24</ip><ifname>va0</ifname>"
-                                    "<ping><timeout>0</timeout></ping><arp><retry>0</retry></arp>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.70/24</ip><ifname>va0</ifname>"
+                            "<ping><timeout>0</timeout></ping><arp><retry>0</retry></arp>"),
                    kCommon);
   EXPECT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
   EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.70/24"));
