@@ -33,36 +33,47 @@ Result CtlOut(const std::string& args) {
   return r;
 }
 
-TEST(Vyrctl, StartStatusStopLifecycle) {
+// One run folder taken through its whole life; '@' stands for its path.
+// `flag` is the simulation flag the node table must then hold (-1: skip).
+TEST(Vyrctl, LifecycleAndNpsimu) {
   IpcRunDir run;
-  const std::string dir = run.path() + "/run";
-
-  Result r = Ctl("status");
-  EXPECT_EQ(r.code, 3);
-  EXPECT_EQ(r.out, "vyrctl: not started for " + dir + " (run 'vyrctl start')\n");
-  r = Ctl("stop");
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "vyrctl: not running for " + dir + ", nothing to stop\n");
-
-  r = Ctl("start");
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "vyrctl: started for " + dir + "\n");
-  r = Ctl("start");
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "vyrctl: already started for " + dir + "\n");
-
-  r = CtlOut("status");
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "");
-  r = CtlOut("status --json");
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "[]\n");
-
-  r = Ctl("stop");
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "vyrctl: stopped for " + dir + "\n");
+  struct Case {
+    const char* args;
+    int code;
+    const char* out;  // nullptr: not checked
+    int flag;
+  };
+  const Case cases[] = {
+      {"status", 3, "vyrctl: not started for @ (run 'vyrctl start')\n", -1},
+      {"npsimu on", 3, nullptr, -1},
+      {"stop", 0, "vyrctl: not running for @, nothing to stop\n", -1},
+      {"start", 0, "vyrctl: started for @\n", -1},
+      {"start", 0, "vyrctl: already started for @\n", -1},
+      {"status", 0, "", -1},
+      {"status --json", 0, "[]\n", -1},
+      {"npsimu on", 0, "vyrctl: npsimu on\n", 1},
+      {"npsimu", 0, "on\n", -1},
+      {"npsimu off", 0, nullptr, 0},
+      {"npsimu", 0, "off\n", -1},
+      {"stop", 0, "vyrctl: stopped for @\n", -1},
+      {"status", 3, nullptr, -1},
+  };
+  for (const Case& c : cases) {
+    Result r = Ctl(c.args);
+    EXPECT_EQ(r.code, c.code) << c.args;
+    if (c.out != nullptr) {
+      std::string want = c.out;
+      if (auto at = want.find('@'); at != std::string::npos)
+        want.replace(at, 1, run.path() + "/run");
+      EXPECT_EQ(r.out, want) << c.args;
+    }
+    if (int flag = -1; c.flag >= 0) {
+      ASSERT_EQ(shmnm_attach(), 0);
+      ASSERT_EQ(shmnm_getnpsimuflag(&flag), 0);
+      EXPECT_EQ(flag, c.flag) << c.args;
+    }
+  }
   EXPECT_EQ(shmrm_attach(), SHMRM_ERR_NOTINIT);
-  EXPECT_EQ(Ctl("status").code, 3);
 }
 
 TEST(Vyrctl, StatusShowsTheStoredRows) {
@@ -97,27 +108,6 @@ TEST(Vyrctl, StatusShowsTheStoredRows) {
             "  {\"group\": \"grp2\", \"type\": \"vip\", \"resource\": \"utf8\", "
             "\"description\": \"caf\xc3\xa9 \\ufffd \\ufffd\\ufffd\"}\n"
             "]\n");
-}
-
-TEST(Vyrctl, NpsimuReachesTheNodeTable) {
-  IpcRunDir run;
-  EXPECT_EQ(Ctl("npsimu on").code, 3);
-  ASSERT_EQ(Ctl("start").code, 0);
-  ASSERT_EQ(shmnm_attach(), 0);
-  int flag = -1;
-
-  Result r = Ctl("npsimu on");
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "vyrctl: npsimu on\n");
-  ASSERT_EQ(shmnm_getnpsimuflag(&flag), 0);
-  EXPECT_EQ(flag, 1);
-  EXPECT_EQ(CtlOut("npsimu").out, "on\n");
-
-  r = Ctl("npsimu off");
-  EXPECT_EQ(r.code, 0);
-  ASSERT_EQ(shmnm_getnpsimuflag(&flag), 0);
-  EXPECT_EQ(flag, 0);
-  EXPECT_EQ(CtlOut("npsimu").out, "off\n");
 }
 
 TEST(Vyrctl, MisuseShowsUsageAndFails) {
