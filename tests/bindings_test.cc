@@ -2,11 +2,11 @@
 // counters say, what reaches the resource table and what the trace log shows.
 #include "vip/bindings.h"
 
-#include <sstream>
 #include <string>
 
 #include "gtest/gtest.h"
 #include "support/ipc_env.h"
+#include "support/log_lines.h"
 #include "support/sh.h"
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
@@ -30,23 +30,21 @@ class Bindings : public ::testing::Test {
     int already = 0;
     ASSERT_EQ(vyripc_create(&already), 0);
   }
-  // Lines of the bindings at `level` that end in "func: text"; with an empty
-  // level, lines that mention "text()" anywhere.
+  // Lines of the bindings at `level` written by `func` with this text.
   int Count(const std::string& level, const std::string& func, const std::string& text) {
-    std::istringstream in(vyrtest::ReadFile(logs_ / "vip.log"));
-    const std::string where = " " + level + " src/vip/bindings.cc:",
-                      tail = " " + func + ": " + text;
     int n = 0;
-    for (std::string l; std::getline(in, l);) {
-      if (level.empty()) {
-        n += l.find(": " + text + "()") != std::string::npos;
-      } else if (l.find(where) != std::string::npos && l.size() >= tail.size()) {
-        n += l.compare(l.size() - tail.size(), tail.size(), tail) == 0;
-      }
+    for (const auto& l : vyrtest::ReadLogLines(logs_ / "vip.log")) {
+      n += l.level == level && l.file == "src/vip/bindings.cc" && l.func == func && l.text == text;
     }
     return n;
   }
-  int CallLines(const std::string& call) { return Count("", "", call); }
+  // Lines that report a call of the library function `call`.
+  int CallLines(const std::string& call) {
+    int n = 0;
+    for (const auto& l : vyrtest::ReadLogLines(logs_ / "vip.log"))
+      n += l.text.rfind(call + "()", 0) == 0;
+    return n;
+  }
   std::string Stored() {
     char text[SHMRM_DESCRIPT_SIZE] = "<none>";
     shmrm_getdescript("grp1", "vip", "vip1", text, sizeof text);
