@@ -109,7 +109,9 @@ TEST_F(StressFaults, HangingInterfaceToolTimesOutWithoutLeavingItBehind) {
   EXPECT_EQ(23, Run("--active -r vip1 -g grp1")) << env_.Log();
   long long took = MsSince(start);
   EXPECT_GE(took, 1000) << "the limit is the configured second";
-  EXPECT_LE(took, 1500) << "the limit plus half a second";
+  // About half a second past the limit on a quiet machine (see bench/); the
+  // bound leaves room for a sanitizer build on a busy one.
+  EXPECT_LE(took, 2500) << "the limit, not a polling step or a second limit";
   ASSERT_TRUE(vyrtest::WaitForFile(env_.dir() + "/inside", 0)) << "the tool did run";
   EXPECT_EQ("", vyrtest::ProcessesMatching(bin_ + "/")) << "the tool was ended with the run";
   EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.12/"));
