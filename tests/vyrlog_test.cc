@@ -27,19 +27,14 @@ using vyrtest::LogTexts;
 using vyrtest::ReadLogLines;
 
 // A log handle on a private file, closed at the end of the test.
-class LogFile {
- public:
-  LogFile(int level, int size) : path_(dir_ / "test.log") {
-    EXPECT_EQ(0, log_init("vip", &handle_, level, size, path_.c_str()));
+struct LogFile {
+  LogFile(int level, int size) {
+    EXPECT_EQ(0, log_init("vip", &handle, level, size, path.c_str()));
   }
-  ~LogFile() { log_term(handle_); }
-  void* handle() const { return handle_; }
-  const std::string& path() const { return path_; }
-
- private:
-  vyrtest::TempDir dir_;
-  std::string path_;
-  void* handle_ = nullptr;
+  ~LogFile() { log_term(handle); }
+  vyrtest::TempDir dir;
+  std::string path = dir / "test.log";
+  void* handle = nullptr;
 };
 
 long FileSize(const std::string& path) {
@@ -50,17 +45,17 @@ long FileSize(const std::string& path) {
 TEST(LogLayout, LineCarriesTimePidTidLevelSourceFunctionAndText) {
   LogFile log(8, 0);
   const std::time_t before = std::time(nullptr);
-  log_write(log.handle(), 4, 0, "src/vip/entry.cc", 120, "vip_main", "vip rsc %s (%d)", "starting",
+  log_write(log.handle, 4, 0, "src/vip/entry.cc", 120, "vip_main", "vip rsc %s (%d)", "starting",
             7);
   // A line break inside the text never starts a new line.
-  log_write(log.handle(), 2, 0, "a.cc", 1, "f", "Invalid option. (argv[i] : %s)",
+  log_write(log.handle, 2, 0, "a.cc", 1, "f", "Invalid option. (argv[i] : %s)",
             "x\n2026-01-01 00:00:00.000 pid=1 tid=1 ERROR forged\r");
-  auto lines = ReadLogLines(log.path());
+  auto lines = ReadLogLines(log.path);
   ASSERT_EQ(2u, lines.size());
   const LogLine& l = lines[0];
   ASSERT_EQ("INFO", l.level) << "unparsed line: " << l.text;
-  EXPECT_EQ(static_cast<long>(::getpid()), l.pid);
-  EXPECT_EQ(static_cast<long>(::syscall(SYS_gettid)), l.tid);
+  EXPECT_EQ(std::to_string(::getpid()) + " " + std::to_string(::syscall(SYS_gettid)),
+            std::to_string(l.pid) + " " + std::to_string(l.tid));
   EXPECT_EQ("src/vip/entry.cc:120 vip_main", l.file + ":" + std::to_string(l.line) + " " + l.func);
   EXPECT_EQ("vip rsc starting (7)", l.text);
   // Local time with milliseconds, and it is now.
@@ -77,13 +72,13 @@ TEST(LogFilter, KeepsLinesNotAboveTheSettingAndEveryEvent) {
   const std::vector<std::string> names = {"ERROR", "WARN", "INFO", "DETAIL"};
   for (int setting : {1, 2, 4, 8}) {
     LogFile log(setting, 0);
-    for (int level : {1, 2, 4, 8}) log_write(log.handle(), level, 0, "a.cc", 1, "f", "%d", level);
+    for (int level : {1, 2, 4, 8}) log_write(log.handle, level, 0, "a.cc", 1, "f", "%d", level);
     // The probe raises its events with the address as the only argument.
     const char* no_format = nullptr;
-    log_write(log.handle(), 32768, 10, "src/vip/ping.cc", 5, "vip_ping", no_format, "192.0.2.5");
-    log_write(log.handle(), 32768, 11, "src/vip/ping.cc", 6, "vip_ping", "%s ok", "192.0.2.6");
+    log_write(log.handle, 32768, 10, "src/vip/ping.cc", 5, "vip_ping", no_format, "192.0.2.5");
+    log_write(log.handle, 32768, 11, "src/vip/ping.cc", 6, "vip_ping", "%s ok", "192.0.2.6");
     std::vector<std::string> got, want;
-    for (const LogLine& l : ReadLogLines(log.path())) got.push_back(l.level + " " + l.text);
+    for (const LogLine& l : ReadLogLines(log.path)) got.push_back(l.level + " " + l.text);
     for (int i = 0, level = 1; level <= setting; ++i, level *= 2) {
       want.push_back(names[static_cast<std::size_t>(i)] + " " + std::to_string(level));
     }
@@ -115,15 +110,15 @@ TEST(LogRotation, FileIsMovedToDotOneAtTheSizeSettingAndNothingIsLost) {
   LogFile log(8, kSize);
   const std::string pad(60, 'x');
   for (int i = 0; i < 100; ++i) {
-    log_write(log.handle(), 4, 0, "a.cc", 1, "f", "n=%03d %s", i, pad.c_str());
+    log_write(log.handle, 4, 0, "a.cc", 1, "f", "n=%03d %s", i, pad.c_str());
   }
-  const std::string old = log.path() + ".1";
-  EXPECT_LE(FileSize(log.path()), kSize);
+  const std::string old = log.path + ".1";
+  EXPECT_LE(FileSize(log.path), kSize);
   EXPECT_GT(FileSize(old), kSize / 2) << "the older generation was rotated when full";
   EXPECT_LE(FileSize(old), kSize);
   // The two generations hold the newest lines without a gap.
   std::vector<std::string> texts = LogTexts(old);
-  for (const std::string& t : LogTexts(log.path())) texts.push_back(t);
+  for (const std::string& t : LogTexts(log.path)) texts.push_back(t);
   int expect = 100 - static_cast<int>(texts.size());
   for (const std::string& t : texts) {
     char want[16];
