@@ -122,7 +122,6 @@ TEST(AgentProbeNetnsTest, HeldAddressIsRefusedFreeAddressPasses) {
     EXPECT_TRUE(c.trace.empty() || log.Contains(c.trace)) << c.addr << " peer MAC " << mac;
     EXPECT_TRUE(!ipv6flag || fake.ArpCalls().empty()) << c.addr;
   }
-  ipv6flag = 0;
 }
 
 }  // namespace
