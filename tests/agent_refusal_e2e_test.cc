@@ -42,8 +42,9 @@ TEST_F(AgentE2E, AliasNameOverFifteenCharactersIsRefused) {
 
 TEST_F(AgentE2E, ForcingGoesOnThoughThePeerAnswers) {
   ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.90/24 dev vb0"));
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.90/24</ip><ifname>va0</ifname>"
-                                    "<ping><force>1</force></ping><arp><retry>0</retry></arp>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.90/24</ip><ifname>va0</ifname>"
+                            "<ping><force>1</force></ping><arp><retry>0</retry></arp>"),
                    kCommon);
   EXPECT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
   EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.90/24"));
@@ -63,9 +64,10 @@ TEST_F(AgentE2E, LinkDownRemovesTheAddressAgain) {
 TEST_F(AgentE2E, ProbeConfirmationWithErrorsOffEndsWithSuccess) {
   ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.92/24 dev vb0"));
   ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.92/24 dev va0 label va0:2"));
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.92/24</ip><ifname>va0</ifname><check>"
-                                    "<ping><retry>1</retry><interval>1</interval></ping>"
-                                    "</check>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.92/24</ip><ifname>va0</ifname><check>"
+                            "<ping><retry>1</retry><interval>1</interval></ping>"
+                            "</check>"),
                    kCommon);
   EXPECT_EQ(0, Run("--deactive -r vip1 -g grp1"));
   EXPECT_TRUE(Contains(env_.Log(), "deact check ping retry count over. (ip=192.0.2.92)"));

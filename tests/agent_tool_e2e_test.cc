@@ -22,8 +22,8 @@ class AgentToolE2E : public AgentE2E {
     AgentE2E::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
     std::string bin = env_.dir() + "/bin";
-    vyrtest::Sh("mkdir -p '" + bin + "' && cp '" VYR_TESTDATA_DIR "/tools/ifconfig-older' '" +
-                bin + "/ifconfig'");
+    vyrtest::Sh("mkdir -p '" + bin + "' && cp '" VYR_TESTDATA_DIR "/tools/ifconfig-older' '" + bin +
+                "/ifconfig'");
     env_.SetExtraEnv("PATH='" + bin + ":/usr/sbin:/usr/bin:/sbin:/bin'");
   }
 };
@@ -32,12 +32,14 @@ constexpr const char* kToolCommon =
     "<ping><path>bin/vyrping</path></ping><ifconfig><path>ifconfig</path></ifconfig>";
 
 TEST_F(AgentToolE2E, Ipv4ThroughTheTool) {
-  env_.WriteConfig(Resource("vip1", "<ip>192.0.2.10/24</ip><ifname>va0</ifname>"
-                                    "<arp><retry>0</retry></arp>"),
+  env_.WriteConfig(Resource("vip1",
+                            "<ip>192.0.2.10/24</ip><ifname>va0</ifname>"
+                            "<arp><retry>0</retry></arp>"),
                    kToolCommon);
   ASSERT_EQ(0, Run("--active -r vip1 -g grp1")) << env_.Log();
   EXPECT_TRUE(Contains(env_.Log(), "system(")) << "the tool made the change";
-  EXPECT_TRUE(Contains(AgentAddrs(), "inet 192.0.2.10/24 brd 192.0.2.255 scope global secondary va0:0"))
+  EXPECT_TRUE(
+      Contains(AgentAddrs(), "inet 192.0.2.10/24 brd 192.0.2.255 scope global secondary va0:0"))
       << AgentAddrs();
   ASSERT_EQ(0, Run("--deactive -r vip1 -g grp1")) << env_.Log();
   EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.10"));

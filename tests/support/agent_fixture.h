@@ -53,7 +53,8 @@ class AgentE2E : public ::testing::Test {
   std::string CaptureArp() const {
     std::string file = env_.dir() + "/arp.txt";
     vyrtest::Sh("(ip netns exec " + pair_->peer() +
-                " timeout 15 tcpdump -l -i vb0 -n -e -c 1 'arp and arp[14:4] = arp[24:4]' > '" + file + "' 2>&1 &)");
+                " timeout 15 tcpdump -l -i vb0 -n -e -c 1 'arp and arp[14:4] = arp[24:4]' > '" +
+                file + "' 2>&1 &)");
     WaitFor(file, "listening on");
     return file;
   }

@@ -35,8 +35,8 @@ ClusterEnv::~ClusterEnv() {
 
 std::string ClusterEnv::EnvAssignments() const {
   return "VYR_CONFIG='" + config_path() + "' VYR_POLICY_DIR='" + prefix_ +
-         "/share/vyrcluster/policy' VYR_LOG_DIR='" + dir_ / "log" + "' VYR_RUN_DIR='" + dir_ / "run" +
-         "' " + extra_env_;
+         "/share/vyrcluster/policy' VYR_LOG_DIR='" + dir_ / "log" + "' VYR_RUN_DIR='" +
+         dir_ / "run" + "' " + extra_env_;
 }
 
 void ClusterEnv::WriteConfig(const std::string& resources, const std::string& common,

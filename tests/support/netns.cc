@@ -46,8 +46,8 @@ std::unique_ptr<NetnsPair> NetnsPair::Create(std::string* why) {
       Sh("ip link add " + std::string(kAgentIf) + " netns " + a + " type veth peer name " +
              kPeerIf + " netns " + p,
          &out) != 0 ||
-      Sh("ip -n " + a + " link set lo up && ip -n " + a + " link set " + kAgentIf + " up && ip -n " +
-             p + " link set lo up && ip -n " + p + " link set " + kPeerIf + " up",
+      Sh("ip -n " + a + " link set lo up && ip -n " + a + " link set " + kAgentIf +
+             " up && ip -n " + p + " link set lo up && ip -n " + p + " link set " + kPeerIf + " up",
          &out) != 0) {
     if (why) *why = "cannot create namespaces: " + out;
     return nullptr;  // the destructor deletes what was made

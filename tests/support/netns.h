@@ -55,7 +55,7 @@ class ScopedNetns {
 }  // namespace vyrtest
 
 // Skips the current test with a reason when namespaces are not available.
-#define VYR_NETNS_PAIR_OR_SKIP(var)                         \
-  std::string var##_why;                                    \
-  auto var = ::vyrtest::NetnsPair::Create(&var##_why);      \
+#define VYR_NETNS_PAIR_OR_SKIP(var)                    \
+  std::string var##_why;                               \
+  auto var = ::vyrtest::NetnsPair::Create(&var##_why); \
   if (!var) GTEST_SKIP() << "network namespaces: " << var##_why
