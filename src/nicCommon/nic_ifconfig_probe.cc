@@ -40,11 +40,6 @@ bool EqualsNoCase(std::string_view token, std::string_view word) {
   return token.size() == word.size() && ::strncasecmp(token.data(), word.data(), word.size()) == 0;
 }
 
-bool StartsNoCase(std::string_view token, std::string_view prefix) {
-  return token.size() >= prefix.size() &&
-         ::strncasecmp(token.data(), prefix.data(), prefix.size()) == 0;
-}
-
 // 0 when ifconfig is on PATH, else the probe code (18 or 20).
 int SearchIfconfig() {
   const vyr::WaitResult result = vyr::DecodeWaitStatus(vyr::RunCommand(kSearchCommand));
@@ -118,7 +113,7 @@ IfconfigLayout ScanLayoutLine(const char* line) {
   if (opens_block && tokens.front().back() == ':') return IfconfigLayout::kNewer;
   for (std::size_t i = opens_block ? 1 : 0; i + 1 < tokens.size(); ++i) {
     if ((EqualsNoCase(tokens[i], "inet") || EqualsNoCase(tokens[i], "inet6")) &&
-        StartsNoCase(tokens[i + 1], "addr:")) {
+        vyr::StartsWithNoCase(tokens[i + 1], "addr:")) {
       return IfconfigLayout::kOlder;
     }
   }

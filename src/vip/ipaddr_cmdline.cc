@@ -19,18 +19,12 @@ bool IsBlankOrControl(char c) {
   return u <= 0x20 || u == 0x7f;
 }
 
-bool ParsesAs(int family, const std::string& text) {
-  unsigned char buf[sizeof(in6_addr)];
-  return inet_pton(family, text.c_str(), buf) == 1;
-}
-
 // An IPv6 address may carry a zone ("fe80::1%eth0"); the zone must be a
 // device name.
 bool IsIpv6Address(std::string_view text) {
   const size_t zone = text.find('%');
-  if (zone == std::string_view::npos) return ParsesAs(AF_INET6, std::string(text));
-  return ParsesAs(AF_INET6, std::string(text.substr(0, zone))) &&
-         IsLegalIfName(text.substr(zone + 1));
+  if (zone == std::string_view::npos) return vyr::IsInetAddress(AF_INET6, text);
+  return vyr::IsInetAddress(AF_INET6, text.substr(0, zone)) && IsLegalIfName(text.substr(zone + 1));
 }
 
 bool Refuse(const char* what, const char* value) {
@@ -46,7 +40,7 @@ bool CheckTool(const char* tool) {
 bool CheckName(const char* name) { return IsLegalIfName(name) || Refuse("ifname", name); }
 
 bool CheckIpv4(const char* what, const char* value) {
-  return ParsesAs(AF_INET, value) || Refuse(what, value);
+  return vyr::IsInetAddress(AF_INET, value) || Refuse(what, value);
 }
 
 bool CheckIpv6(const char* addr) { return IsIpv6Address(addr) || Refuse("addr", addr); }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/shell.h"
 #include "tracersc/tracersc.h"
 #include "vip/addrtext.h"
 #include "vip/globals.h"
@@ -20,10 +21,6 @@ constexpr int kFirstCapacity = 16;
 constexpr std::size_t kLineMax = 1024;
 // A line of at most 1023 characters holds at most 512 tokens.
 constexpr int kMaxTokens = static_cast<int>(kLineMax / 2);
-
-bool StartsNoCase(const char* token, const char* prefix) {
-  return ::strncasecmp(token, prefix, std::strlen(prefix)) == 0;
-}
 
 int SplitTokens(char* line, char** tokens) {
   int n = 0;
@@ -111,13 +108,13 @@ int IfconfigListParser::ExamineIpv4(char** tokens, int n, int* i, bool* hw_pendi
   if (::strcasecmp(tok, "inet") == 0) {
     if (*i + 1 >= n) return 0;  // an "inet" ending the line takes nothing
     tok = tokens[++*i];
-    if (StartsNoCase(tok, "addr:")) {
+    if (vyr::StartsWithNoCase(tok, "addr:")) {
       std::snprintf(entry.sipel.addr, sizeof entry.sipel.addr, "%s", tok + 5);
       if (::inet_pton(AF_INET, entry.sipel.addr, &entry.nipel.addr) != 1) entry.nipel.addr = {};
       return 0;
     }
   }
-  if (StartsNoCase(tok, "mask:")) {
+  if (vyr::StartsWithNoCase(tok, "mask:")) {
     std::snprintf(entry.sipel.mask, sizeof entry.sipel.mask, "%s", tok + 5);
     if (::inet_pton(AF_INET, entry.sipel.mask, &entry.nipel.mask) != 1) entry.nipel.mask = {};
   } else if (::strcasecmp(tok, "HWaddr") == 0) {
@@ -131,7 +128,7 @@ int IfconfigListParser::ExamineIpv6(char** tokens, int n, int* i, bool* hw_pendi
   if (::strcasecmp(tok, "inet6") == 0) {
     if (*i + 1 >= n) return 0;
     tok = tokens[++*i];
-    if (StartsNoCase(tok, "addr:")) {
+    if (vyr::StartsWithNoCase(tok, "addr:")) {
       if (*i + 1 >= n) return 0;
       return TakeIpv6Address(tokens[++*i]);
     }

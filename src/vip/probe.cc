@@ -27,16 +27,6 @@ constexpr int kNoMac = 26;
 constexpr int kMacLen = 32;
 constexpr int kLineLen = 1024;
 
-bool IsAddress(const char* text) {
-  unsigned char buf[sizeof(in6_addr)];
-  return inet_pton(AF_INET, text, buf) == 1 || inet_pton(AF_INET6, text, buf) == 1;
-}
-
-bool IsIPv4Address(const char* text) {
-  in_addr buf;
-  return inet_pton(AF_INET, text, &buf) == 1;
-}
-
 // The first token of `line` that reads as six hex fields, copied whole into
 // `macaddr` (kMacLen bytes). A token too long for the buffer is not taken:
 // a cut MAC text would name a different card.
@@ -93,7 +83,7 @@ int vip_chk_ip_response(PIP_INFO pip) {
     return kNoPingCommand;
   }
   // The address lands on a command line; only a real address may get there.
-  if (!IsAddress(pip->addr)) {
+  if (!vyr::IsInetAddress(AF_INET, pip->addr) && !vyr::IsInetAddress(AF_INET6, pip->addr)) {
     TRACE(TRACE_ERROR, "ping to %s failed (invalid address).", pip->addr);
     TRACE(TRACE_DETAIL, "return(%d)", kBadExit);
     return kBadExit;
@@ -123,7 +113,7 @@ int vip_chk_ip_response(PIP_INFO pip) {
 
 int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr) {
   TRACE(TRACE_DETAIL, "vip_get_macaddr_v4()  ENTRY...");
-  if (!IsIPv4Address(ipaddr)) {
+  if (!vyr::IsInetAddress(AF_INET, ipaddr)) {
     // Nothing is run for a text that is not an IPv4 address.
     TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", EINVAL);
     vip_set_shmbuf("Internal error. (status=%d)", kNotStarted);
