@@ -118,11 +118,7 @@ int ActivateLocked(VIP_INFO* info) {
   }
 
   FillDeviceRecord(info, &vdev);
-  vyr::NetAddress address;
-  address.ipv6 = ipv6flag != 0;
-  address.v4 = vdev.nipel.addr;
-  address.v6 = vdev.nipel6.addr;
-  if (vyr::FindAddress(list.get(), num, address) >= 0) {
+  if (vyr::FindAddress(list.get(), num, vyr::ToNetAddress(info->addr, ipv6flag != 0)) >= 0) {
     TRACE(TRACE_ERROR, "Already used %s.", info->addr);
     vip_set_shmbuf("This ip address was already used.  IP=%s", info->addr);
     return 15;
