@@ -10,6 +10,7 @@
 #include "nicCommon/nic_ifconfig_probe.h"
 #include "support/fake_tool.h"
 #include "support/sh.h"
+#include "support/trace_capture.h"
 
 namespace {
 
@@ -61,13 +62,33 @@ TEST_F(IfconfigProbe, LayoutOfTheListingDecides) {
   }
 }
 
+// No ifconfig on PATH, or not even "which": the search fails the way the
+// shell reports it and the kernel is used.
 TEST_F(IfconfigProbe, NoIfconfigOnPathSelectsTheKernel) {
-  // A PATH that holds nothing but "which".
-  ASSERT_EQ(vyrtest::Sh("ln -s /usr/bin/which '" + (dir_ / "which") + "'"), 0);
+  ASSERT_EQ(vyrtest::Sh("mkdir '" + (dir_ / "empty") + "'"), 0);
+  {
+    vyrtest::ScopedEnv path("PATH", dir_ / "empty");
+    vyrtest::TraceCapture trace;
+    int flag = -1;
+    EXPECT_EQ(nic_chk_isifconfig(&flag, 0, 5), 0);
+    EXPECT_EQ(flag, 0);
+    EXPECT_TRUE(trace.Contains("which ifconfig > /dev/null 2>&1 failed,ifconfig does not "
+                               "exist.(ret=127)"));
+  }
+  // A PATH that holds nothing but a chatty "which": it answers 1, and
+  // nothing it prints reaches the agent's output.
+  vyrtest::WriteScript(dir_.path(), "which",
+                       "echo noise; echo noise >&2; exec /usr/bin/which \"$@\"\n");
   vyrtest::ScopedEnv path("PATH", dir_.path());
+  vyrtest::TraceCapture trace;
   int flag = -1;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
   EXPECT_EQ(nic_chk_isifconfig(&flag, 0, 5), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(flag, 0);
+  EXPECT_TRUE(trace.Contains("failed,ifconfig does not exist.(ret=1)"));
 }
 
 TEST_F(IfconfigProbe, SwitchedOffRunsNoCommand) {

@@ -34,7 +34,29 @@ struct SpawnActions {
 
 }  // namespace
 
-std::optional<ChildProcess> ChildProcess::Start(const std::string& command, Output output,
+Invocation Invocation::Shell(const std::string& line) {
+  Invocation what;
+  what.file = "/bin/sh";
+  what.args = {"sh", "-c", line};
+  what.via_shell = true;
+  return what;
+}
+
+Invocation Invocation::Program(std::vector<std::string> args) {
+  Invocation what;
+  what.file = args.empty() ? std::string() : args.front();
+  what.args = std::move(args);
+  return what;
+}
+
+ChildProcess ChildProcess::NotRun(int status) {
+  ChildProcess child(-1, UniqueFd(), -1);
+  child.not_run_status_ = status;
+  child.eof_ = true;
+  return child;
+}
+
+std::optional<ChildProcess> ChildProcess::Start(const Invocation& what, Output output,
                                                 int cancel_fd) {
   int fds[2] = {-1, -1};
   if (output == Output::kPipe && ::pipe2(fds, O_CLOEXEC) != 0) return std::nullopt;
@@ -56,15 +78,27 @@ std::optional<ChildProcess> ChildProcess::Start(const std::string& command, Outp
   ::posix_spawnattr_setsigmask(&spawn.attr, &none);
   ::posix_spawnattr_setsigdefault(&spawn.attr, &all);
   SpawnActions files;
+  if (what.quiet) {
+    ::posix_spawn_file_actions_addopen(&files.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&files.actions, STDOUT_FILENO, STDERR_FILENO);
+  }
   // dup2 clears close-on-exec on the copy; the pipe's own ends close at exec.
   if (write_end.valid()) {
     ::posix_spawn_file_actions_adddup2(&files.actions, write_end.get(), STDOUT_FILENO);
   }
 
-  char* const argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"),
-                        const_cast<char*>(command.c_str()), nullptr};
+  std::vector<char*> argv;
+  argv.reserve(what.args.size() + 1);
+  for (const std::string& arg : what.args) argv.push_back(const_cast<char*>(arg.c_str()));
+  argv.push_back(nullptr);
   pid_t pid = -1;
-  const int err = ::posix_spawn(&pid, "/bin/sh", &files.actions, &spawn.attr, argv, environ);
+  const int err =
+      ::posix_spawnp(&pid, what.file.c_str(), &files.actions, &spawn.attr, argv.data(), environ);
+  if (err != 0 && !what.via_shell) {
+    // What "sh -c" reports for a command it cannot find or cannot execute.
+    if (err == ENOENT || err == ENOTDIR) return NotRun(127 << 8);
+    if (err == EACCES || err == EPERM || err == ENOEXEC) return NotRun(126 << 8);
+  }
   if (err != 0) {
     errno = err;
     return std::nullopt;
@@ -76,6 +110,7 @@ ChildProcess::ChildProcess(ChildProcess&& other) noexcept
     : pid_(std::exchange(other.pid_, -1)),
       out_(std::move(other.out_)),
       cancel_fd_(other.cancel_fd_),
+      not_run_status_(std::exchange(other.not_run_status_, -1)),
       pending_(std::move(other.pending_)),
       eof_(other.eof_) {}
 
@@ -131,6 +166,7 @@ bool ChildProcess::ReadLine(char* buf, std::size_t size) {
 
 int ChildProcess::Wait() {
   out_.reset();
+  if (not_run_status_ >= 0) return std::exchange(not_run_status_, -1);
   if (pid_ <= 0) {
     errno = ECHILD;
     return -1;

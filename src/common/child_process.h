@@ -1,8 +1,9 @@
-// A command run through "/bin/sh -c", owned by the program: its pid and the
-// pipe of its standard output. The child runs in a process group of its
-// own, so that ending it also ends whatever the shell started. The
-// destructor ends and reaps a child that is still running, so no command
-// outlives its owner.
+// A command owned by the program: its pid and the pipe of its standard
+// output. It is either a shell command line run through "/bin/sh -c", or a
+// fixed program and its arguments started with no shell in between. The
+// child runs in a process group of its own, so that ending it also ends
+// whatever the shell started. The destructor ends and reaps a child that is
+// still running, so no command outlives its owner.
 #pragma once
 
 #include <sys/types.h>
@@ -10,10 +11,35 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "common/unique_fd.h"
 
 namespace vyr {
+
+// What a child runs.
+struct Invocation {
+  // "sh -c line", as system() and popen() run it.
+  static Invocation Shell(const std::string& line);
+  // A program found on the search path, given exactly `args` (args[0] is
+  // its name), with no shell in between: for fixed command lines that
+  // hold no configuration value, where a shell would only cost another
+  // process image. A program that cannot be found or executed ends the
+  // way the shell reports it: exit status 127 or 126, and no output.
+  static Invocation Program(std::vector<std::string> args);
+  // Sends the program's standard output and error to /dev/null, like
+  // "> /dev/null 2>&1" after a command.
+  Invocation&& Quiet() && {
+    quiet = true;
+    return std::move(*this);
+  }
+
+  std::string file;               // a path, or a bare name looked up on PATH
+  std::vector<std::string> args;  // argv
+  bool via_shell = false;
+  bool quiet = false;
+};
 
 class ChildProcess {
  public:
@@ -26,8 +52,12 @@ class ChildProcess {
   // or the process cannot be created. `cancel_fd`, when not -1, is a
   // descriptor that becomes readable when a waiting thread gives up on the
   // command: ReadLine then stops reading.
-  static std::optional<ChildProcess> Start(const std::string& command, Output output,
+  static std::optional<ChildProcess> Start(const Invocation& what, Output output,
                                            int cancel_fd = -1);
+  static std::optional<ChildProcess> Start(const std::string& command, Output output,
+                                           int cancel_fd = -1) {
+    return Start(Invocation::Shell(command), output, cancel_fd);
+  }
 
   ChildProcess(ChildProcess&& other) noexcept;
   ChildProcess& operator=(ChildProcess&&) = delete;
@@ -56,11 +86,14 @@ class ChildProcess {
  private:
   ChildProcess(pid_t pid, UniqueFd out, int cancel_fd)
       : pid_(pid), out_(std::move(out)), cancel_fd_(cancel_fd) {}
+  // A program that never ran: it reads as ended with `status`.
+  static ChildProcess NotRun(int status);
   bool Fill();
 
   pid_t pid_ = -1;
   UniqueFd out_;
   int cancel_fd_ = -1;
+  int not_run_status_ = -1;  // the wait status of a program that never ran
   std::string pending_;
   bool eof_ = false;
 };

@@ -12,10 +12,13 @@ void SetCurrentWorkerControl(WorkerControl* control) { current_control = control
 
 WorkerControl* CurrentWorkerControl() { return current_control; }
 
+std::optional<ChildProcess> StartCommand(const Invocation& what, ChildProcess::Output output) {
+  if (current_control != nullptr) return current_control->StartCommand(what, output);
+  return ChildProcess::Start(what, output);
+}
+
 std::optional<ChildProcess> StartCommand(const std::string& command, ChildProcess::Output output) {
-  const std::string line = "exec " + command;
-  if (current_control != nullptr) return current_control->StartCommand(line, output);
-  return ChildProcess::Start(line, output);
+  return StartCommand(Invocation::Shell("exec " + command), output);
 }
 
 int WaitCommand(ChildProcess& child) {
@@ -23,10 +26,14 @@ int WaitCommand(ChildProcess& child) {
   return child.Wait();
 }
 
-int RunCommand(const std::string& command) {
-  auto child = StartCommand(command, ChildProcess::Output::kInherit);
+int RunCommand(const Invocation& what) {
+  auto child = StartCommand(what, ChildProcess::Output::kInherit);
   if (!child) return -1;
   return WaitCommand(*child);
+}
+
+int RunCommand(const std::string& command) {
+  return RunCommand(Invocation::Shell("exec " + command));
 }
 
 }  // namespace vyr

@@ -22,6 +22,8 @@ WorkerControl* CurrentWorkerControl();
 // with errno set when it cannot be started (ECANCELED when the waiter has
 // already given up).
 std::optional<ChildProcess> StartCommand(const std::string& command, ChildProcess::Output output);
+// The same for a program started with no shell in between.
+std::optional<ChildProcess> StartCommand(const Invocation& what, ChildProcess::Output output);
 
 // Waits for a command from StartCommand and reaps it: its wait status, or
 // -1 with errno set.
@@ -30,5 +32,6 @@ int WaitCommand(ChildProcess& child);
 // system() with an owned child: the wait status, or -1 with errno set
 // when the shell could not be started.
 int RunCommand(const std::string& command);
+int RunCommand(const Invocation& what);
 
 }  // namespace vyr

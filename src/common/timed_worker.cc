@@ -13,7 +13,7 @@ void SetCurrentWorkerControl(WorkerControl* control);  // command.cc
 WorkerControl::WorkerControl(std::atomic<int>& done_flag)
     : done_flag_(done_flag), cancel_event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-std::optional<ChildProcess> WorkerControl::StartCommand(const std::string& command,
+std::optional<ChildProcess> WorkerControl::StartCommand(const Invocation& what,
                                                         ChildProcess::Output output) {
   std::lock_guard<std::mutex> hold(lock_);
   if (cancelled_.load()) {
@@ -22,7 +22,7 @@ std::optional<ChildProcess> WorkerControl::StartCommand(const std::string& comma
   }
   // Started under the lock, so that a cancel either comes before (and the
   // command never starts) or finds the process group registered.
-  auto child = ChildProcess::Start(command, output, cancel_event_.get());
+  auto child = ChildProcess::Start(what, output, cancel_event_.get());
   if (child) pgid_ = child->pid();
   return child;
 }

@@ -29,10 +29,10 @@ class WorkerControl {
  public:
   explicit WorkerControl(std::atomic<int>& done_flag);
 
-  // Worker: runs `command` as a child that a cancellation ends. Returns
+  // Worker: runs `what` as a child that a cancellation ends. Returns
   // nullopt (errno set) when it cannot be started, or ECANCELED when the
   // waiter has already given up.
-  std::optional<ChildProcess> StartCommand(const std::string& command, ChildProcess::Output output);
+  std::optional<ChildProcess> StartCommand(const Invocation& what, ChildProcess::Output output);
   // Worker: waits for the command started by StartCommand and reaps it.
   // Returns its wait status, or -1 with errno set. Use this rather than
   // child.Wait(), so that a late cancel never signals a reused process id.

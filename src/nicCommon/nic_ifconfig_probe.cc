@@ -18,8 +18,16 @@ std::atomic<int> nic_actthend{0};
 
 namespace {
 
+// The two command lines of the probe, as traced. They are fixed, so they
+// run with no shell in front (see SearchInvocation and ListInvocation):
+// each shell would be one more process image in every run.
 constexpr const char* kSearchCommand = "which ifconfig > /dev/null 2>&1";
 constexpr const char* kListCommand = "ifconfig -a";
+
+vyr::Invocation SearchInvocation() {
+  return vyr::Invocation::Program({"which", "ifconfig"}).Quiet();
+}
+vyr::Invocation ListInvocation() { return vyr::Invocation::Program({"ifconfig", "-a"}); }
 constexpr std::size_t kLineMax = 1024;
 
 constexpr std::string_view kSeparators = " \t\n";
@@ -42,7 +50,7 @@ bool EqualsNoCase(std::string_view token, std::string_view word) {
 
 // 0 when ifconfig is on PATH, else the probe code (18 or 20).
 int SearchIfconfig() {
-  const vyr::WaitResult result = vyr::DecodeWaitStatus(vyr::RunCommand(kSearchCommand));
+  const vyr::WaitResult result = vyr::DecodeWaitStatus(vyr::RunCommand(SearchInvocation()));
   if (!result.normal) {
     TRACE(TRACE_ERROR, "system(%s) failed. (ret=%d)", kSearchCommand, 0);
     return 18;
@@ -90,7 +98,7 @@ void CloseListing(vyr::ChildProcess& child) {
 int ProbeLayout() {
   const int searched = SearchIfconfig();
   if (searched != 0) return searched;
-  auto child = vyr::StartCommand(kListCommand, vyr::ChildProcess::Output::kPipe);
+  auto child = vyr::StartCommand(ListInvocation(), vyr::ChildProcess::Output::kPipe);
   if (!child) {
     TRACE(TRACE_ERROR, "popen(%s, 'r') failed. (errno=%d)", kListCommand, errno);
     return 17;
