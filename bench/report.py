@@ -188,8 +188,9 @@ md.append("Measured by `bench/run` on %s (%s). Machine: %s.\n" % (
 md.append("The machine is shared: other builds and tests ran at the same time, so wall-clock "
           "figures carry their noise; the spread columns show how much. Each whole-run figure is "
           "hyperfine's run time of the command inside the benchmark's own network namespace "
-          "(veth va0, 192.0.2.1/24; peer 192.0.2.2), with the baseline timed in the same "
-          "hyperfine call.\n")
+          "(veth va0, 192.0.2.1/24; peer 192.0.2.2). Agent and baseline are timed in the same "
+          "hyperfine calls: the runs are split into four rounds that alternate which of the two "
+          "goes first, and the figures pool the rounds.\n")
 md.append("**Summary:** %d of %d targets met.%s\n" % (
     len(verdicts) - len(missed), len(verdicts),
     (" Missed: " + "; ".join(missed) + ".") if missed else ""))
