@@ -24,26 +24,8 @@ constexpr int kNotStarted = 12;
 constexpr int kNoPingCommand = 13;
 constexpr int kInUse = 15;
 constexpr int kNoMac = 26;
-constexpr int kMacLen = 32;
-constexpr int kLineLen = 1024;
-
-// The first token of `line` that reads as six hex fields, copied whole into
-// `macaddr` (kMacLen bytes). A token too long for the buffer is not taken:
-// a cut MAC text would name a different card.
-bool FindMacToken(char* line, char* macaddr) {
-  char* save = nullptr;
-  for (char* tok = strtok_r(line, " \t\n", &save); tok != nullptr;
-       tok = strtok_r(nullptr, " \t\n", &save)) {
-    unsigned int f[6];
-    if (std::sscanf(tok, "%x:%x:%x:%x:%x:%x", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5]) != 6) {
-      continue;
-    }
-    if (std::strlen(tok) >= static_cast<std::size_t>(kMacLen)) continue;
-    std::snprintf(macaddr, kMacLen, "%s", tok);
-    return true;
-  }
-  return false;
-}
+constexpr int kMacLen = vip::kMacTextLen;
+constexpr int kLineLen = vip::kLookupLineLen;
 
 // Reads the lookup's output until the first MAC token. Stops reading there,
 // as the rest of the output cannot change the answer.
@@ -51,7 +33,7 @@ bool ReadMac(vyr::ChildProcess& child, char* macaddr) {
   char line[kLineLen];
   while (child.ReadLine(line, sizeof line)) {
     vip_chop(line);
-    if (FindMacToken(line, macaddr)) return true;
+    if (vip::FindMacToken(line, macaddr)) return true;
   }
   return false;
 }
@@ -70,6 +52,21 @@ void TraceResponder(PIP_INFO pip) {
 }
 
 }  // namespace
+
+bool vip::FindMacToken(char* line, char* macaddr) {
+  char* save = nullptr;
+  for (char* tok = strtok_r(line, " \t\n", &save); tok != nullptr;
+       tok = strtok_r(nullptr, " \t\n", &save)) {
+    unsigned int f[6];
+    if (std::sscanf(tok, "%x:%x:%x:%x:%x:%x", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5]) != 6) {
+      continue;
+    }
+    if (std::strlen(tok) >= static_cast<std::size_t>(kMacLen)) continue;
+    std::snprintf(macaddr, kMacLen, "%s", tok);
+    return true;
+  }
+  return false;
+}
 
 int vip_chk_ip_response(PIP_INFO pip) {
   TRACE(TRACE_DETAIL, "vip_chk_ip_response()  ENTRY...");

@@ -13,3 +13,16 @@ typedef struct _IP_INFO {
 int vip_chk_ip_response(PIP_INFO pip);
 // 0, 3, 11, 12 or 26; `macaddr` holds 32 bytes.
 int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr);
+
+namespace vip {
+
+// Buffer sizes of the neighbour lookup: the MAC text and one output line.
+inline constexpr int kMacTextLen = 32;
+inline constexpr int kLookupLineLen = 1024;
+
+// The first token of `line` (cut into tokens in place) that reads as six
+// hex fields, copied whole into `macaddr` (kMacTextLen bytes). A token too
+// long for the buffer is not taken: a cut MAC text would name another card.
+bool FindMacToken(char* line, char* macaddr);
+
+}  // namespace vip

@@ -1,12 +1,16 @@
 // The neighbour-table MAC scanner over arbitrary lookup output, line by
-// line as the probe reads it. The scanner lives inside the probe's source
-// file, so that file is compiled into this target (the library's copy of it
-// is then never linked).
+// line as the probe reads it.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "src/vip/probe.cc"
+#include "src/vip/addrtext.h"
+#include "src/vip/probe.h"
+
+using vip::FindMacToken;
+constexpr int kLineLen = vip::kLookupLineLen;
+constexpr int kMacLen = vip::kMacTextLen;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);
