@@ -1,6 +1,5 @@
-// The cluster IPC library across real processes: tables keyed by the run
-// folder, whole descriptions under concurrent writers, and the
-// interface-change critical section.
+// The cluster IPC library across real processes: whole descriptions under
+// concurrent writers, and the interface-change critical section.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -17,8 +16,6 @@
 #include "vyripc_admin.h"
 
 namespace {
-
-using vyrtest::IpcRunDir;
 
 // A forked child running `body`; killed and reaped if still there at the end.
 struct Child {
@@ -41,10 +38,8 @@ struct Child {
 
 // True once `path` exists, checked every 5 ms for up to `ms`.
 bool Appears(const std::string& path, int ms) {
-  for (int waited = 0; ::access(path.c_str(), F_OK) != 0; waited += 5, ::usleep(5000)) {
-    if (waited >= ms) return false;
-  }
-  return true;
+  for (int waited = 0; waited < ms && ::access(path.c_str(), F_OK) != 0; waited += 5) usleep(5000);
+  return ::access(path.c_str(), F_OK) == 0;
 }
 
 std::string Descript(const std::string& rsc) {
@@ -58,7 +53,7 @@ int Set(const std::string& rsc, const std::string& text) {
 }
 
 // A private run folder with its tables started.
-struct StartedRunDir : IpcRunDir {
+struct StartedRunDir : vyrtest::IpcRunDir {
   StartedRunDir() { EXPECT_EQ(vyripc_create(&already), 0); }
   int already = -1;
 };

@@ -51,19 +51,18 @@ TEST(Vyrctl, StatusShowsTheStoredRows) {
   ASSERT_EQ(Ctl("start", &out), 0);
   ASSERT_EQ(shmrm_attach(), 0);
   ASSERT_EQ(shmrm_setdescript("grp1", "vip", "vip1", "Success.", 128), 0);
-  ASSERT_EQ(
-      shmrm_setdescript("grp2", "vip", "vip1", "t\t\"q\" b\\ n\nend\x01 caf\xc3\xa9 \xff", 128), 0);
+  ASSERT_EQ(shmrm_setdescript("grp2", "vip", "vip1", "a\tb\"c\\d\ne\x01 \xc3\xa9 \xff", 128), 0);
   ASSERT_EQ(Ctl("start", &out), 0);
   EXPECT_EQ(Ctl("status", &out), 0);
   EXPECT_EQ(out,
             "grp1\tvip\tvip1\tSuccess.\n"
-            "grp2\tvip\tvip1\tt\\t\"q\" b\\\\ n\\nend\x01 caf\xc3\xa9 \xff\n");
+            "grp2\tvip\tvip1\ta\\tb\"c\\\\d\\ne\x01 \xc3\xa9 \xff\n");
   EXPECT_EQ(Ctl("status --json", &out), 0);
   EXPECT_EQ(out,
             "[\n  {\"group\": \"grp1\", \"type\": \"vip\", \"resource\": \"vip1\", "
             "\"description\": \"Success.\"},\n"
             "  {\"group\": \"grp2\", \"type\": \"vip\", \"resource\": \"vip1\", "
-            "\"description\": \"t\\t\\\"q\\\" b\\\\ n\\nend\\u0001 caf\xc3\xa9 \\ufffd\"}\n]\n");
+            "\"description\": \"a\\tb\\\"c\\\\d\\ne\\u0001 \xc3\xa9 \\ufffd\"}\n]\n");
 }
 
 // Misuse names the fault, shows the usage, exits 2 and starts nothing.

@@ -45,10 +45,9 @@ TEST(LogLayout, LineCarriesTimePidTidLevelPlaceAndText) {
 }
 
 // Thread t of process p writes line n with a text of its own length.
-std::string WriterText(int p, int t, int n) {
+std::string WriterText(unsigned p, unsigned t, unsigned n) {
   return "p" + std::to_string(p) + " t" + std::to_string(t) + " n" + std::to_string(n) + " " +
-         std::string(static_cast<std::size_t>(20 + (n * 37 + t * 11) % 300),
-                     static_cast<char>('a' + t));
+         std::string(20u + (n * 37u + t * 11u) % 300u, static_cast<char>('a' + t));
 }
 
 // 8 threads in each of 2 processes write 400 lines into one log that
@@ -58,15 +57,15 @@ TEST(LogConcurrency, ThreadsAndProcessesNeverMixOrLoseLinesAcrossRotation) {
   vyrtest::TempDir dir;
   const std::string path = dir / "vip.log";
   std::vector<pid_t> writers;
-  for (int p = 0; p < 2; ++p) {
+  for (unsigned p = 0; p < 2; ++p) {
     if (writers.emplace_back(::fork()) != 0) continue;
     void* handle = nullptr;
     if (log_init("vip", &handle, 8, kSize, path.c_str()) != 0) ::_exit(3);
     std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
+    for (unsigned t = 0; t < 8; ++t) {
       threads.emplace_back([=] {
-        for (int n = 0; n < 400; ++n) {
-          log_write(handle, 4, 0, "w.cc", n, "writer", "%s", WriterText(p, t, n).c_str());
+        for (unsigned n = 0; n < 400; ++n) {
+          log_write(handle, 4, 0, "w.cc", 1, "writer", "%s", WriterText(p, t, n).c_str());
         }
       });
     }
@@ -81,10 +80,8 @@ TEST(LogConcurrency, ThreadsAndProcessesNeverMixOrLoseLinesAcrossRotation) {
   std::vector<std::string> texts;
   for (const std::string& file : {path + ".1", path}) {
     for (const vyrtest::LogLine& l : vyrtest::ReadLogLines(file)) {
-      int p = -1, t = -1, n = -1;
-      ASSERT_TRUE(std::sscanf(l.text.c_str(), "p%d t%d n%d", &p, &t, &n) == 3 && t >= 0 && t < 8 &&
-                  n >= 0)
-          << "torn: " << l.text;
+      unsigned p = 0, t = 0, n = 0;
+      ASSERT_EQ(3, std::sscanf(l.text.c_str(), "p%u t%u n%u", &p, &t, &n)) << "torn: " << l.text;
       ASSERT_EQ(WriterText(p, t, n), l.text);
       texts.push_back(l.text);
     }

@@ -20,12 +20,13 @@ constexpr int kText = VYR_XMLTYPE_TEXT, kInt = VYR_XMLTYPE_INT;
 // Reads `path` (for `server` when given) into a buffer of exactly `size`
 // bytes: the text, the integer in decimal, or "error N".
 std::string Lookup(const std::string& path, int type = kText, int size = 1024,
-                   const char* server = nullptr) {
+                   const std::string& server = "") {
   int number = 0;
   std::vector<char> text(static_cast<std::size_t>(size));
   void* out = type == kInt ? static_cast<void*>(&number) : text.data();
-  int ret = server ? xmllib_get_srvsep_value(server, path.c_str(), type, out, &size)
-                   : xmllib_get_value(path.c_str(), type, out, &size);
+  int ret = server.empty()
+                ? xmllib_get_value(path.c_str(), type, out, &size)
+                : xmllib_get_srvsep_value(server.c_str(), path.c_str(), type, out, &size);
   if (ret != 0) return "error " + std::to_string(ret);
   if (type == kInt) return std::to_string(number);
   return std::string(text.data(), strnlen(text.data(), text.size()));
@@ -34,7 +35,7 @@ std::string Lookup(const std::string& path, int type = kText, int size = 1024,
 struct Case {
   std::string path, want;
   int type = kText, size = 1024;
-  const char* server = nullptr;
+  std::string server = "";
 };
 
 class XmlLib : public ::testing::Test {
@@ -47,8 +48,7 @@ class XmlLib : public ::testing::Test {
   void TearDown() override { xmllib_term(); }
   static void ExpectLookups(const std::vector<Case>& cases) {
     for (const Case& c : cases) {
-      EXPECT_EQ(Lookup(c.path, c.type, c.size, c.server), c.want)
-          << c.path << " in " << c.size << " bytes for " << (c.server ? c.server : "-");
+      EXPECT_EQ(Lookup(c.path, c.type, c.size, c.server), c.want) << c.server << c.path;
     }
   }
 
