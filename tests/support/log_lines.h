@@ -12,19 +12,18 @@ struct LogLine {
   std::string stamp;  // "YYYY-MM-DD HH:MM:SS.mmm"
   long pid = 0;
   long tid = 0;
-  std::string level;  // ERROR, WARN, INFO, DETAIL or EVENT
+  std::string level;  // ERROR, WARN, INFO, DETAIL or EVENT; empty for a line of another layout
   std::string file;
   int line = 0;
   std::string func;
-  std::string text;
+  std::string text;  // the whole raw line for a line of another layout
 };
 
 // Parses one line (without its newline); false when it has another layout.
 bool ParseLogLine(const std::string& line, LogLine* out);
 
-// Every line of the file, in order. A line that does not parse is kept with
-// only its `text` set to the raw line and `level` empty, so that a test can
-// see it and fail on it.
+// Every line of the file, in order; one of another layout is kept with only
+// its raw `text`, so that a test sees it and fails on it.
 std::vector<LogLine> ReadLogLines(const std::string& path);
 
 // The texts of the lines, in order.

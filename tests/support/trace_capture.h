@@ -14,19 +14,17 @@ struct TraceLine {
   std::string text;   // what follows "function: "
 };
 
+// Parses a log library line; false when it does not have the library's layout.
+bool ParseTraceLine(const std::string& line, TraceLine* out);
+
 class TraceCapture {
  public:
-  // Opens the trace log at detail level (everything kept).
-  TraceCapture();
-  // Closes it again.
+  explicit TraceCapture(int level = 8);  // detail level: everything kept
   ~TraceCapture();
   TraceCapture(const TraceCapture&) = delete;
   TraceCapture& operator=(const TraceCapture&) = delete;
 
-  const std::string& path() const { return path_; }
-  // Every line written so far, in order.
-  std::vector<TraceLine> Lines() const;
-  // The texts of the lines of one level.
+  // The texts of the lines of one level; "LEVEL text" of every line for "".
   std::vector<std::string> Texts(const std::string& level) const;
   // True when some line's text contains `needle`.
   bool Contains(const std::string& needle) const;
@@ -35,8 +33,5 @@ class TraceCapture {
   TempDir dir_;
   std::string path_;
 };
-
-// Parses a log library line; false when it does not have the library's layout.
-bool ParseTraceLine(const std::string& line, TraceLine* out);
 
 }  // namespace vyrtest
