@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/log_lines.h"
@@ -20,6 +20,9 @@ using vyrtest::ReadFile;
 using vyrtest::WriteFile;
 
 const std::string kBinary = std::string(VYR_BINARY_DIR) + "/src/vyrvip";
+const std::string kVip1 =
+    "E [008] Subnet mask is invalid. (value=10.0.0.1/40)\n"
+    "E [012] Routing Protocol is invalid. (value=RIPv2)\n";
 
 std::string Dyn(const std::string& ip) {
   return "<resource><vip name=\"dyn\"><parameters><ip>" + ip +
@@ -57,25 +60,19 @@ class CheckMode : public ::testing::Test {
 // Each run appends its whole block to a 0644 file, earlier blocks kept, and
 // exits with its verdict; a wrong argument count is "Invalid argument.".
 TEST_F(CheckMode, EachRunAppendsItsBlockAndExitsWithTheVerdict) {
-  struct Run {
-    std::string args, rscname;
-    int status;
-    std::string body;
-  };
-  const Run runs[] = {
+  // Arguments, the resource name of the block, exit status, lines of the block.
+  const std::tuple<std::string, std::string, int, std::string> runs[] = {
       {"--test good", "good", 0, "I [001] Success in a composition check.\n"},
-      {"--TEST vip1", "vip1", 1,
-       "E [008] Subnet mask is invalid. (value=10.0.0.1/40)\n"
-       "E [012] Routing Protocol is invalid. (value=RIPv2)\n"},
+      {"--TEST vip1", "vip1", 1, kVip1},
       {"--test", "", 1, "E [002] Invalid argument.\n"},
       {"--test vip1 good", "", 1, "E [002] Invalid argument.\n"},
   };
   std::string expected;
-  for (const Run& r : runs) {
-    const std::string tag = "[type : vip][rscname : " + r.rscname + "]\n";
-    expected += "*****START " + tag + r.body + "*****END " + tag;
-    EXPECT_EQ(vyrtest::Sh("umask 0; " + Vyrvip(r.args)), r.status) << r.args;
-    EXPECT_EQ(ReadFile(log_), expected) << r.args;
+  for (const auto& [args, rscname, status, body] : runs) {
+    const std::string tag = "[type : vip][rscname : " + rscname + "]\n";
+    expected += "*****START " + tag + body + "*****END " + tag;
+    EXPECT_EQ(vyrtest::Sh("umask 0; " + Vyrvip(args)), status) << args;
+    EXPECT_EQ(ReadFile(log_), expected) << args;
   }
   struct stat st {};
   ASSERT_EQ(::stat(log_.c_str(), &st), 0);
@@ -86,18 +83,15 @@ TEST_F(CheckMode, EachRunAppendsItsBlockAndExitsWithTheVerdict) {
 TEST_F(CheckMode, MissingCheckLogFolderSendsEveryLineToTheTraceLog) {
   vyrtest::Sh("rmdir " + dir_.path() + "/inst/var/check");
   EXPECT_EQ(vyrtest::Sh(Vyrvip("--test vip1")), 1);
-  Lines info;
+  std::string info;
   bool open_traced = false;
   for (const vyrtest::LogLine& l : vyrtest::ReadLogLines(dir_ / "log/vip.log")) {
-    if (l.level == "INFO") info.push_back(l.text);
+    if (l.level == "INFO") info += l.text + "\n";
     open_traced |= l.level == "ERROR" && l.text == "open(" + log_ + ") failed. (errno = 2)";
   }
   EXPECT_TRUE(open_traced);
-  const Lines block = {"*****START [type : vip][rscname : vip1]",
-                       "E [008] Subnet mask is invalid. (value=10.0.0.1/40)",
-                       "E [012] Routing Protocol is invalid. (value=RIPv2)",
-                       "*****END [type : vip][rscname : vip1]"};
-  EXPECT_NE(std::search(info.begin(), info.end(), block.begin(), block.end()), info.end());
+  const std::string tag = "[type : vip][rscname : vip1]\n";
+  EXPECT_NE(info.find("*****START " + tag + kVip1 + "*****END " + tag), std::string::npos) << info;
 }
 
 // Dynamic update without a loadable configuration under check exits with the

