@@ -63,7 +63,6 @@ TEST_F(XmlLib, LookupsFollowThePathSyntaxAndValueRules) {
       // The <vip> without a name holds the settings common to every resource.
       {"/root/resource/vip/parameters/ping/path", "bin/common-ping"},
       {"/root/resource/vip/parameters/ip", "error 4"},
-      {"root/resource", "error 6"},
       // Texts exactly as written: the check mode judges the blanks.
       {kVip1 + "comment", "  two blanks around  "},
       {kVip1 + "ping/empty", "", kText, 1},
