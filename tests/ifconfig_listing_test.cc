@@ -1,13 +1,13 @@
-// The timed listing through a fake interface tool: real scripts run by
-// path, the result codes and status descriptions the cluster sees, the time
-// limit, and no process left behind.
+// The timed listing through fake interface tools (real scripts run by path)
+// that print recorded output of the older layout, fail or hang: the entries,
+// the result codes and descriptions the cluster sees, the time limit, and
+// no process left behind.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "support/fake_tool.h"
@@ -17,157 +17,87 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-using vyrtest::ScopedGlobal;
 
-struct ListFree {
-  void operator()(ipaddrinfo* list) const { std::free(list); }
-};
+std::string Cat(std::string f) { return "cat '" VYR_TESTDATA_DIR "/ifconfig/" + f + "'\n"; }
 
-std::string Recorded(const std::string& name) {
-  return std::string(VYR_TESTDATA_DIR) + "/ifconfig/" + name;
-}
+std::string Print(const std::string& text) { return "printf '%s' '" + text + "'\n"; }
 
-std::string Description() {
-  char text[VIP_SHMBUF_LEN];
-  vip_get_shmbuf(text);
-  return text;
-}
-
-// One call of the timed listing through the tool, as the sequences make it.
-struct Listing {
-  int ret = -1;
-  std::unique_ptr<ipaddrinfo, ListFree> list;
-  int num = -1;
-  milliseconds took{};
-  std::string description;
-};
-
-Listing RunListing(const std::string& tool, int timeout, int v6 = 0) {
-  ScopedGlobal<int> source(IsIfconfig, 1);
-  ScopedGlobal<int> mode(ipv6flag, v6);
-  vip_set_shmbuf("untouched");
-  Listing out;
-  ipaddrinfo* raw = reinterpret_cast<ipaddrinfo*>(&out);  // must stay unless set
-  const auto start = Clock::now();
-  out.ret = vip_ifconfig_mkth(&raw, &out.num, tool.c_str(), timeout);
-  out.took = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
-  if (raw != reinterpret_cast<ipaddrinfo*>(&out)) out.list.reset(raw);
-  out.description = Description();
-  return out;
-}
-
-class IfconfigListing : public ::testing::Test {
- protected:
-  std::string Tool(const std::string& name, const std::string& body) {
-    return vyrtest::WriteScript(dir_.path(), name, body);
-  }
-  // A tool that prints a recorded output; it fails when not given "-a".
-  std::string Printing(const std::string& file) {
-    return Tool("ifconfig-" + file,
-                "[ \"$#\" = 1 ] && [ \"$1\" = -a ] || exit 9\ncat '" + Recorded(file) + "'\n");
-  }
-  vyrtest::TempDir dir_;
-};
-
-TEST_F(IfconfigListing, PrintedOutputBecomesTheListInBothModes) {
-  const std::string tool = Printing("older_mixed.txt");
-  Listing v4 = RunListing(tool, 60);
-  ASSERT_EQ(v4.ret, 0) << v4.description;
-  ASSERT_EQ(v4.num, 5);
-  EXPECT_STREQ(v4.list.get()[1].ifname, "eth0:1");
-  EXPECT_STREQ(v4.list.get()[1].sipel.addr, "192.0.2.20");
-  EXPECT_EQ(v4.description, "untouched") << "success writes no description";
-  // The tool ends at once: the wait must not cost a polling step, let
-  // alone the 60 s limit.
-  EXPECT_LT(v4.took, milliseconds(500));
-
-  Listing v6 = RunListing(tool, 60, 1);
-  ASSERT_EQ(v6.ret, 0);
-  ASSERT_EQ(v6.num, 6);
-  EXPECT_STREQ(v6.list.get()[1].sipel.addr, "2001:db8::10");
-  EXPECT_EQ(v6.list.get()[3].sipel.masklen, 48);
-}
-
-TEST_F(IfconfigListing, SeventeenBlocksThroughTheTool) {
-  Listing l = RunListing(Printing("seventeen_blocks.txt"), 5);
-  ASSERT_EQ(l.ret, 0);
-  ASSERT_EQ(l.num, 17);
+// One entry per block in IPv4 mode (an alias is a block of its own), one per
+// address in IPv6 mode. The tool gets "-a" as its only argument, its path
+// reaches the shell as one word, a quick tool costs no polling step and a
+// hanging one is ended with its process group at the limit.
+TEST(IfconfigListing, ToolOutputGivesTheEntriesOrItsCodeAndDescription) {
+  vyrtest::TempDir dir;
+  const auto tool = [&](const std::string& name, const std::string& body) {
+    return vyrtest::WriteScript(dir.path(), name, "[ \"$*\" = -a ] || exit 9\n" + body);
+  };
+  const std::string exits1 = tool("exits1", Cat("older_mixed.txt") + "exit 1\n");
+  // Keywords in any case; MAC groups kept as written, the bytes right for
+  // every address of the block.
+  const std::string caps = tool("caps", Print("eth0 HWADDR 0:c:29:3b:12:34\n INET ADDR:192.0.2.6 "
+                                              "MASK:255.0.0.0\n INET6 ADDR: 2001:db8::6/64\n"
+                                              " inet6 addr: 2001:db8::7/64\n"));
+  std::string seventeen;  // in the order printed
   for (int k = 0; k < 17; ++k) {
-    EXPECT_EQ(std::string(l.list.get()[k].ifname), "eth" + std::to_string(k));
+    char e[64];
+    std::snprintf(e, 64, "eth%d 192.0.2.%d 255.255.255.0 /0 00:0C:29:00:00:%02X\n", k, k + 1, k);
+    seventeen += e;
   }
-}
-
-TEST_F(IfconfigListing, ToolFailuresGiveTheirCodeAndDescription) {
-  const std::string exits1 = Tool("exits1", "cat '" + Recorded("older_mixed.txt") + "'\nexit 1\n");
-  Listing failed = RunListing(exits1, 5);
-  EXPECT_EQ(failed.ret, 3);
-  EXPECT_EQ(failed.description, "Command failed. (" + exits1 + " -a, ret=1)");
-  EXPECT_EQ(failed.list, nullptr);
-  EXPECT_EQ(failed.num, 0) << "a failed listing gives back an empty list";
-
-  Listing dashes = RunListing(Printing("hwaddr_dashes.txt"), 5);
-  EXPECT_EQ(dashes.ret, 18);
-  EXPECT_EQ(dashes.description, "Internal error. (status=18)");
-  EXPECT_EQ(dashes.list, nullptr);
-
-  // Kills its whole process group, the shell that ran it included.
-  const std::string killed = Tool("killed", "echo 'eth0 Link'\nkill -9 0\n");
-  Listing signalled = RunListing(killed, 5);
-  EXPECT_EQ(signalled.ret, 11);
-  EXPECT_EQ(signalled.description.rfind("Command failed. (pclose(" + killed + " -a), errno=", 0),
-            0u)
-      << signalled.description;
-
-  const std::string missing = dir_ / "no-such-tool";
-  Listing absent = RunListing(missing, 5);
-  EXPECT_EQ(absent.ret, 3) << "the shell reports a missing tool with 127";
-  EXPECT_EQ(absent.description, "Command failed. (" + missing + " -a, ret=127)");
-
-  Listing silent = RunListing(Tool("silent", "exit 0\n"), 5);
-  EXPECT_EQ(silent.ret, 0);
-  EXPECT_EQ(silent.num, 0) << "empty output is an empty list";
-
-  Listing toolong = RunListing(std::string(1021, 'x'), 5);
-  EXPECT_EQ(toolong.ret, 12);
-  EXPECT_EQ(toolong.description, "Internal error. (status=12)");
-}
-
-TEST_F(IfconfigListing, PathIsOneWordForTheShell) {
-  ASSERT_EQ(::mkdir((dir_ / "my tools").c_str(), 0755), 0);
-  const std::string odd =
-      vyrtest::WriteScript(dir_ / "my tools", "it's;ifconfig",
-                           "[ \"$#\" = 1 ] && [ \"$1\" = -a ] || exit 9\ncat '" +
-                               Recorded("seventeen_blocks.txt") + "'\n");
-  Listing l = RunListing(odd, 5);
-  EXPECT_EQ(l.ret, 0) << l.description;
-  EXPECT_EQ(l.num, 17);
-}
-
-// A hanging tool (one that already printed a block, and one that prints
-// nothing under a limit of 0) gives 23 at the limit and is ended.
-TEST_F(IfconfigListing, HangingToolTimesOutAndIsEnded) {
-  struct Case {
-    const char* stem;
-    const char* body;
-    int limit;
+  const struct {
+    std::string tool;
+    int v6, ret;
+    std::string desc, entries;
+  } cases[] = {
+      {tool("older", Cat("older_mixed.txt")), 0, 0, "untouched",
+       "eth0 192.0.2.10 255.255.255.0 /0 00:0C:29:3B:12:34\n"
+       "eth0:1 192.0.2.20 255.255.255.0 /0 00:0C:29:3B:12:34\n"
+       "eth1 198.51.100.7 255.255.255.128 /0 00:0c:29:3b:12:3e\n"
+       "eth2   /0 00:0C:29:3B:12:48\n"
+       "lo 127.0.0.1 255.0.0.0 /0 \n"},
+      {tool("older", Cat("older_mixed.txt")), 1, 0, "untouched",
+       "eth0 fe80::20c:29ff:fe3b:1234 ffff:ffff:ffff:ffff:: /64 00:0C:29:3B:12:34\n"
+       "eth0 2001:db8::10 ffff:ffff:ffff:ffff:: /64 00:0C:29:3B:12:34\n"
+       "eth0:1   /0 00:0C:29:3B:12:34\n"
+       "eth1 2001:db8:1::7 ffff:ffff:ffff:: /48 00:0c:29:3b:12:3e\n"
+       "eth2   /0 00:0C:29:3B:12:48\n"
+       "lo ::1 ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff /128 \n"},
+      {tool("it's; ifconfig", Cat("seventeen_blocks.txt")), 0, 0, "untouched", seventeen},
+      {caps, 0, 0, "untouched", "eth0 192.0.2.6 255.0.0.0 /0 0:c:29:3b:12:34\n"},
+      {caps, 1, 0, "untouched",
+       "eth0 2001:db8::6 ffff:ffff:ffff:ffff:: /64 0:c:29:3b:12:34\n"
+       "eth0 2001:db8::7 ffff:ffff:ffff:ffff:: /64 0:c:29:3b:12:34\n"},
+      // "inet6" without "addr:" is no address; an address without a prefix is.
+      {tool("v6odd", Print("eth0 Link\n inet6 2001:db8::9/64\neth1\n inet6 addr: 2001:db8::8\n")),
+       1, 0, "untouched", "eth0   /0 \neth1 2001:db8::8  /0 \n"},
+      {tool("v6bad", Print("eth0 Link\n inet6 addr: 2001:db8::1/129\n")), 1, 31, "untouched", ""},
+      {exits1, 0, 3, "Command failed. (" + exits1 + " -a, ret=1)", ""},
+      {tool("dashes", Cat("hwaddr_dashes.txt")), 0, 18, "Internal error. (status=18)", ""},
+      {std::string(1021, 'x'), 0, 12, "Internal error. (status=12)", ""},
+      {tool("hangs", "echo 'eth0 Link'\nwhile :; do sleep 1; done\n"), 0, 23,
+       "Internal error. (status=23)", ""},
   };
-  const Case cases[] = {
-      {"vyrhang", "echo 'eth0 Link encap:Ethernet'\nwhile :; do sleep 1; done\n", 1},
-      {"vyrzero", "exec sleep 30\n", 0},
-  };
-  for (const Case& c : cases) {
-    const std::string marker = vyrtest::UniqueMarker(c.stem);
-    Listing l = RunListing(Tool(marker, c.body), c.limit);
-    EXPECT_EQ(l.ret, 23) << c.stem;
-    EXPECT_EQ(l.description, "Internal error. (status=23)") << c.stem;
-    EXPECT_EQ(l.num, -1) << "the outputs are not touched at the time limit";
-    EXPECT_EQ(l.list, nullptr) << c.stem;
-    EXPECT_GE(l.took, milliseconds(1000 * c.limit)) << c.stem;
-    EXPECT_LT(l.took, milliseconds(1000 * c.limit + 1500)) << c.stem;
-    EXPECT_TRUE(vyrtest::NoProcessWithin(marker, milliseconds(2000))) << c.stem << " outlived it";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.tool.substr(c.tool.rfind('/') + 1) + " ipv6flag=" + std::to_string(c.v6));
+    vyrtest::ScopedGlobal<int> source(IsIfconfig, 1), mode(ipv6flag, c.v6);
+    vip_set_shmbuf("untouched");
+    ipaddrinfo* list = nullptr;
+    int num = -1;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(vip_ifconfig_mkth(&list, &num, c.tool.c_str(), c.ret == 23 ? 1 : 5), c.ret);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(vyrtest::EntryTexts(list, num), c.entries);
+    EXPECT_EQ(num == -1, c.ret == 23) << "the outputs are untouched only at the limit";
+    EXPECT_TRUE(c.tool != caps ||
+                !std::memcmp(list[num - 1].macaddr, "\x00\x0c\x29\x3b\x12\x34", 6));
+    std::free(list);
+    char desc[VIP_SHMBUF_LEN];
+    vip_get_shmbuf(desc);
+    EXPECT_EQ(desc, c.desc);
+    EXPECT_EQ(took >= milliseconds(1000), c.ret == 23) << "the limit, and only there";
+    EXPECT_LT(took, milliseconds(c.ret == 23 ? 2500 : 500));
   }
+  EXPECT_TRUE(vyrtest::NoProcessWithin(dir.path(), milliseconds(2000))) << "a tool outlived it";
 }
 
 }  // namespace

@@ -1,131 +1,62 @@
 // The once-per-run decision whether the interface tool is used: fake
-// "ifconfig" (and "which") scripts first on PATH, the machine's own tool,
-// and the time limit.
+// "which" and "ifconfig" scripts alone on PATH, then the machine's own tool.
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <string>
 
 #include "nicCommon/nic_ifconfig_probe.h"
 #include "support/fake_tool.h"
 #include "support/sh.h"
-#include "support/trace_capture.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-std::string Cat(const std::string& name) {
-  return "cat '" + std::string(VYR_TESTDATA_DIR) + "/ifconfig/" + name + "'\n";
-}
-
-class IfconfigProbe : public ::testing::Test {
- protected:
-  // Puts a fake ifconfig (noting each run in "ran") first on PATH.
-  void FakeIfconfig(const std::string& body) {
-    vyrtest::WriteScript(dir_.path(), "ifconfig",
-                         "echo \"$@\" >> '" + (dir_ / "ran") + "'\n" + body);
-  }
-  int Probe(int* is_ifconfig, int use, int limit) {
-    const char* path = std::getenv("PATH");
-    vyrtest::ScopedEnv env("PATH", dir_.path() + ":" + (path ? path : "/usr/bin:/bin"));
-    return nic_chk_isifconfig(is_ifconfig, use, limit);
-  }
-  std::string Ran() const { return vyrtest::ReadFile(dir_ / "ran"); }
-  vyrtest::TempDir dir_;
-};
-
-// The first line that shows a layout decides; the listing's own exit
-// status does not matter. "ifconfig -a" runs once, quickly.
-TEST_F(IfconfigProbe, LayoutOfTheListingDecides) {
+// The first line that shows a layout decides, whatever the listing's exit
+// status; switched off, no command runs; no ifconfig, or one that hangs
+// past the limit (21, ended with its process group), leaves the kernel.
+TEST(IfconfigProbe, LayoutOfTheListingDecidesOncePerRun) {
+  vyrtest::TempDir dir;
+  const std::string ran = dir / "ran", cat = "/bin/cat '" VYR_TESTDATA_DIR "/ifconfig/";
+  vyrtest::WriteScript(dir.path(), "which", "echo which >>" + ran + "; exec /usr/bin/which \"$@\"");
   const struct {
-    std::string body;
-    int want;
+    std::string ifconfig;  // the fake's command; none when empty
+    int use, ret, flag;
+    const char* ran;
   } cases[] = {
-      {Cat("older_mixed.txt"), 1},
-      {Cat("older_late_address.txt"), 1},  // the address comes in a later block
-      {Cat("older_mixed.txt") + "exit 3\n", 1},
-      {Cat("newer_layout.txt"), 0},
-      {"printf '\\n   \\n  UP RUNNING\\n'\n", 0},  // no block, no address
+      {"", 0, 0, 0, "which\n"},  // first, while there is no ifconfig on PATH
+      {cat + "older_mixed.txt'", 0, 0, 1, "which\n-a\n"},
+      {cat + "older_late_address.txt'", 0, 0, 1, "which\n-a\n"},  // address in a later block
+      {cat + "older_mixed.txt'; exit 3", 0, 0, 1, "which\n-a\n"},
+      {cat + "newer_layout.txt'", 0, 0, 0, "which\n-a\n"},
+      {cat + "older_mixed.txt'", 1, 0, 0, ""},
+      {"while :; do /bin/sleep 1; done", 0, 21, 0, "which\n-a\n"},
   };
   for (const auto& c : cases) {
-    FakeIfconfig(c.body);
-    vyrtest::WriteFile(dir_ / "ran", "");
+    SCOPED_TRACE(c.ifconfig + " use=" + std::to_string(c.use));
+    vyrtest::WriteFile(ran, "");
+    vyrtest::WriteScript(dir.path(), c.ifconfig.empty() ? "not-ifconfig" : "ifconfig",
+                         "echo \"$@\" >> '" + ran + "'\n" + c.ifconfig);
+    vyrtest::ScopedEnv path("PATH", dir.path());
     int flag = -1;
-    const auto start = Clock::now();
-    EXPECT_EQ(Probe(&flag, 0, 60), 0) << c.body;
-    EXPECT_LT(Clock::now() - start, milliseconds(500)) << "a quick tool costs no polling step";
-    EXPECT_EQ(flag, c.want) << c.body;
-    EXPECT_EQ(Ran(), "-a\n");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(nic_chk_isifconfig(&flag, c.use, 1), c.ret);
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(flag, c.flag);
+    EXPECT_EQ(vyrtest::ReadFile(ran), c.ran);
+    EXPECT_EQ(took >= milliseconds(1000), c.ret == 21) << "the limit, and only there";
+    EXPECT_LT(took, milliseconds(c.ret == 21 ? 2500 : 500));
   }
+  EXPECT_TRUE(vyrtest::NoProcessWithin(dir.path(), milliseconds(2000))) << "a tool outlived it";
 }
 
-// No ifconfig on PATH, or not even "which": the search fails the way the
-// shell reports it and the kernel is used.
-TEST_F(IfconfigProbe, NoIfconfigOnPathSelectsTheKernel) {
-  ASSERT_EQ(vyrtest::Sh("mkdir '" + (dir_ / "empty") + "'"), 0);
-  {
-    vyrtest::ScopedEnv path("PATH", dir_ / "empty");
-    vyrtest::TraceCapture trace;
-    int flag = -1;
-    EXPECT_EQ(nic_chk_isifconfig(&flag, 0, 5), 0);
-    EXPECT_EQ(flag, 0);
-    EXPECT_TRUE(trace.Contains("which ifconfig > /dev/null 2>&1 failed,ifconfig does not "
-                               "exist.(ret=127)"));
-  }
-  // A PATH that holds nothing but a chatty "which": it answers 1, and
-  // nothing it prints reaches the agent's output.
-  vyrtest::WriteScript(dir_.path(), "which",
-                       "echo noise; echo noise >&2; exec /usr/bin/which \"$@\"\n");
-  vyrtest::ScopedEnv path("PATH", dir_.path());
-  vyrtest::TraceCapture trace;
-  int flag = -1;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(nic_chk_isifconfig(&flag, 0, 5), 0);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-  EXPECT_EQ(flag, 0);
-  EXPECT_TRUE(trace.Contains("failed,ifconfig does not exist.(ret=1)"));
-}
-
-TEST_F(IfconfigProbe, SwitchedOffRunsNoCommand) {
-  vyrtest::WriteScript(dir_.path(), "which",
-                       "echo which >> '" + (dir_ / "ran") + "'\nexec /usr/bin/which \"$@\"\n");
-  FakeIfconfig(Cat("older_mixed.txt"));
-  int flag = -1;
-  EXPECT_EQ(Probe(&flag, 1, 5), 0);
-  EXPECT_EQ(flag, 0);
-  EXPECT_EQ(Ran(), "");
-  // The same fakes do note their runs when the tool is not switched off.
-  EXPECT_EQ(Probe(&flag, 0, 5), 0);
-  EXPECT_EQ(flag, 1);
-  EXPECT_EQ(Ran(), "which\n-a\n");
-}
-
-TEST_F(IfconfigProbe, HangingListingTimesOutAndLeavesNoProcess) {
-  const std::string marker = vyrtest::UniqueMarker("vyrprobehang");
-  vyrtest::WriteScript(dir_.path(), marker, "while :; do sleep 1; done\n");
-  FakeIfconfig("exec '" + (dir_ / marker) + "'\n");
-  for (int limit : {1, 0}) {
-    int flag = -1;
-    const auto start = Clock::now();
-    EXPECT_EQ(Probe(&flag, 0, limit), 21) << limit;
-    const auto took = Clock::now() - start;
-    EXPECT_EQ(flag, 0);
-    EXPECT_GE(took, milliseconds(1000 * limit));
-    EXPECT_LT(took, milliseconds(1000 * limit + 1500));
-    EXPECT_TRUE(vyrtest::NoProcessWithin(marker, milliseconds(2000))) << limit;
-  }
-}
-
-TEST(IfconfigProbeHost, MachinesOwnIfconfigHasTheNewerLayout) {
-  if (vyrtest::Sh("which ifconfig >/dev/null") != 0) GTEST_SKIP() << "no ifconfig here";
+// The machine's own ifconfig, where it prints the newer layout, is not used.
+TEST(IfconfigProbe, MachinesOwnIfconfigHasTheNewerLayout) {
   std::string out;
   vyrtest::Sh("ifconfig -a | head -1", &out);
-  if (out.find(": flags=") == std::string::npos) GTEST_SKIP() << "ifconfig prints " << out;
+  if (out.find(": flags=") == std::string::npos)
+    GTEST_SKIP() << "no newer-layout ifconfig: " << out;
   int flag = -1;
   EXPECT_EQ(nic_chk_isifconfig(&flag, 0, 10), 0);
   EXPECT_EQ(flag, 0);

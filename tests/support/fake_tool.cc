@@ -1,10 +1,5 @@
 #include "support/fake_tool.h"
 
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
-
 #include "support/sh.h"
 
 namespace vyrtest {
@@ -15,20 +10,22 @@ std::string WriteScript(const std::string& dir, const std::string& name, const s
   return path;
 }
 
-bool NoProcessWithin(const std::string& marker, std::chrono::milliseconds limit) {
-  // "[x]rest" matches the marker but not the shell that runs pgrep with it.
-  const std::string pattern = "[" + marker.substr(0, 1) + "]" + marker.substr(1);
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  for (;;) {
-    if (Sh("pgrep -f '" + pattern + "' >/dev/null") == 1) return true;
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+bool NoProcessWithin(const std::string& text, std::chrono::milliseconds limit) {
+  // "[x]rest" matches the text but not the shell that runs pgrep with it.
+  const std::string pgrep =
+      "pgrep -f '[" + text.substr(0, 1) + "]" + text.substr(1) + "' >/dev/null";
+  return Sh("i=0; while " + pgrep + "; do [ $((i += 1)) -gt " + std::to_string(limit.count() / 20) +
+            " ] && exit 1; sleep 0.02; done") == 0;
 }
 
-std::string UniqueMarker(const std::string& stem) {
-  static std::atomic<int> counter{0};
-  return stem + "-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1));
+std::string EntryTexts(const ipaddrinfo* list, int num) {
+  std::string out;
+  for (int k = 0; k < num; ++k) {
+    const ipaddrinfo* e = &list[k];
+    out += std::string(e->ifname) + " " + e->sipel.addr + " " + e->sipel.mask + " /" +
+           std::to_string(e->sipel.masklen) + " " + e->smac + "\n";
+  }
+  return out;
 }
 
 }  // namespace vyrtest

@@ -1,9 +1,11 @@
-// Fake interface tools for tests: real shell scripts in a test folder, and
-// a look at the process table to prove that none is left running.
+// Fake interface tools for tests, a look at the process table to prove that
+// none is left running, and helpers around the agent's globals and lists.
 #pragma once
 
 #include <chrono>
 #include <string>
+
+#include "vip/addrinfo.h"
 
 namespace vyrtest {
 
@@ -11,13 +13,13 @@ namespace vyrtest {
 // and returns its path.
 std::string WriteScript(const std::string& dir, const std::string& name, const std::string& body);
 
-// True when no process's command line contains `marker` (letters, digits,
-// '-' and '_' only) within `limit`; a SIGKILLed process may take a moment to
-// leave the table.
-bool NoProcessWithin(const std::string& marker, std::chrono::milliseconds limit);
+// True when within `limit` no process's command line contains `text` (a
+// name or path without quotes); a killed process may take a moment to go.
+bool NoProcessWithin(const std::string& text, std::chrono::milliseconds limit);
 
-// A name unique to this test process, for scripts a test looks for later.
-std::string UniqueMarker(const std::string& stem);
+// Each entry as a line "ifname addr mask /masklen smac", to compare lists
+// at once.
+std::string EntryTexts(const ipaddrinfo* list, int num);
 
 // Sets a global for the life of the object and restores it afterwards.
 template <typename T>
