@@ -19,14 +19,8 @@ struct LogLine {
   std::string text;  // the whole raw line for a line of another layout
 };
 
-// Parses one line (without its newline); false when it has another layout.
-bool ParseLogLine(const std::string& line, LogLine* out);
-
 // Every line of the file, in order; one of another layout is kept with only
 // its raw `text`, so that a test sees it and fails on it.
 std::vector<LogLine> ReadLogLines(const std::string& path);
-
-// The texts of the lines, in order.
-std::vector<std::string> LogTexts(const std::string& path);
 
 }  // namespace vyrtest

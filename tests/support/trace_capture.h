@@ -9,14 +9,6 @@
 
 namespace vyrtest {
 
-struct TraceLine {
-  std::string level;  // ERROR, WARN, INFO, DETAIL or EVENT
-  std::string text;   // what follows "function: "
-};
-
-// Parses a log library line; false when it does not have the library's layout.
-bool ParseTraceLine(const std::string& line, TraceLine* out);
-
 class TraceCapture {
  public:
   explicit TraceCapture(int level = 8);  // detail level: everything kept
