@@ -1,18 +1,18 @@
-// The fixture of the end-to-end agent tests: a private pair of network
-// namespaces (va0 on the agent's side with 192.0.2.1/24 and 2001:db8::1/64,
-// vb0 on the peer with .2 and ::2), an installed cluster with its tables
-// started, and helpers to run vyrvip and look at the interfaces.
+// End-to-end agent tests: the built programs installed into a private
+// prefix, a private configuration, log folder and run folder (so the cluster
+// tables and the semaphore are the test's own), and a private pair of network
+// namespaces: va0 on the agent's side with 192.0.2.1/24 and 2001:db8::1/64,
+// vb0 on the peer with .2 and ::2.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
+#include <vector>
 
-#include "support/cluster_env.h"
 #include "support/netns.h"
+#include "support/sh.h"
 
 namespace vyrtest {
 
@@ -27,13 +27,88 @@ inline bool Contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
+class ClusterEnv {
+ public:
+  ClusterEnv() { Sh("mkdir -p '" + dir_ / "log" + "' '" + dir_ / "run" + "'"); }
+  ~ClusterEnv() { Ctl("stop"); }
+
+  bool ok() const { return !prefix_.empty(); }
+  const std::string& prefix() const { return prefix_; }
+  const std::string& dir() const { return dir_.path(); }
+  std::string config_path() const { return dir_ / "cluster.xml"; }
+  std::string Log() const { return ReadFile(dir_ / "log/vip.log"); }
+
+  // "VAR=value ..." for a command line, `SetExtraEnv`'s assignments last.
+  std::string EnvAssignments() const {
+    return "VYR_CONFIG='" + config_path() + "' VYR_POLICY_DIR='" + prefix_ +
+           "/share/vyrcluster/policy' VYR_LOG_DIR='" + dir_ / "log" + "' VYR_RUN_DIR='" +
+           dir_ / "run" + "' " + extra_env_;
+  }
+  void SetExtraEnv(const std::string& assignments) { extra_env_ = assignments; }
+
+  // `resources` besides the common <vip>, whose parameters are `common`.
+  void WriteConfig(const std::string& resources, const std::string& common = "",
+                   int log_level = 8) const {
+    WriteFile(config_path(), "<?xml version=\"1.0\"?>\n<root><all><path>" + prefix_ +
+                                 "</path></all><vip><log><level>" + std::to_string(log_level) +
+                                 "</level><size>10000000</size></log></vip>\n<resource><vip>"
+                                 "<parameters>" +
+                                 common + "</parameters></vip>\n" + resources +
+                                 "\n</resource></root>\n");
+  }
+
+  int Ctl(const std::string& args, std::string* out = nullptr) const {
+    return Sh("env " + EnvAssignments() + " '" + prefix_ + "/bin/vyrctl' " + args, out);
+  }
+
+  // The stored description of a vip resource, as `vyrctl status` shows it.
+  std::string Description(const std::string& group, const std::string& rsc) const {
+    std::string out;
+    Ctl("status | sed -n 's/^" + group + "\tvip\t" + rsc + "\t//p'", &out);
+    return out.substr(0, out.find('\n'));
+  }
+
+  // Runs vyrvip inside the namespace `netns` ("" for none).
+  int Vyrvip(const std::string& netns, const std::string& args, std::string* out = nullptr) const {
+    return Sh((netns.empty() ? "" : "ip netns exec " + netns + " ") + "env " + EnvAssignments() +
+                  " '" + prefix_ + "/bin/vyrvip' " + args,
+              out);
+  }
+
+ private:
+  // The build tree, installed once per process.
+  static const std::string& Installed() {
+    static TempDir dir;
+    static const std::string prefix =
+        Sh("cmake --install '" VYR_BINARY_DIR "' --prefix '" + dir.path() + "'") ? "" : dir.path();
+    return prefix;
+  }
+
+  std::string prefix_ = Installed();
+  TempDir dir_;
+  std::string extra_env_;
+};
+
+// One run of vyrvip and what the cluster sees afterwards; empty texts are not checked.
+struct Step {
+  const char* setup;   // shell run first (see AgentE2E::RunSteps)
+  const char* mode;    // the command line without the resource
+  const char* rsc;     // the resource, of group "g"
+  std::string params;  // its parameters, where this step brings it into the configuration
+  int code = 0;
+  const char* desc = "";   // the description `vyrctl status` shows
+  const char* shown = "";  // `ip addr show dev va0` holds this afterwards
+  const char* gone = "";   // ... and not this
+  const char* log = "";    // the trace log of this run holds this
+};
+
 class AgentE2E : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why;
     pair_ = NetnsPair::Create(&why);
     if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
-    ASSERT_TRUE(env_.ok()) << "install failed: " << (InstalledPrefix(&why), why);
+    ASSERT_TRUE(env_.ok()) << "installing the build tree failed";
     ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0 && "
                                 "ip -6 addr add 2001:db8::1/64 dev va0 nodad"));
     ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.2/24 dev vb0 && "
@@ -49,22 +124,32 @@ class AgentE2E : public ::testing::Test {
 
   int Run(const std::string& args) const { return env_.Vyrvip(pair_->agent(), args); }
 
-  // Starts capturing one ARP frame on the peer; returns the capture file.
-  std::string CaptureArp() const {
-    std::string file = env_.dir() + "/arp.txt";
-    vyrtest::Sh("(ip netns exec " + pair_->peer() +
-                " timeout 15 tcpdump -l -i vb0 -n -e -c 1 'arp and arp[14:4] = arp[24:4]' > '" +
-                file + "' 2>&1 &)");
-    WaitFor(file, "listening on");
-    return file;
-  }
-
-  static bool WaitFor(const std::string& file, const std::string& text) {
-    for (int i = 0; i < 100; ++i) {
-      if (Contains(vyrtest::ReadFile(file), text)) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  // Writes one configuration with the steps' resources, then runs the steps
+  // in order, each with `env` added. In a setup, $A and $P name the
+  // namespaces, $D is the test folder, `ctl` runs vyrctl, `peer_has ADDR`
+  // puts ADDR/24 on vb0 and `agent_has ADDR LABEL` on va0 under LABEL.
+  void RunSteps(const std::vector<Step>& steps, const std::string& env = "") {
+    std::string resources;
+    for (const Step& s : steps) resources += s.params.empty() ? "" : Resource(s.rsc, s.params);
+    env_.WriteConfig(resources, kCommon);
+    env_.SetExtraEnv(env);
+    const std::string shell =
+        "A=" + pair_->agent() + " P=" + pair_->peer() + " D=" + env_.dir() + "; ctl() { env " +
+        env_.EnvAssignments() + " '" + env_.prefix() +
+        "/bin/vyrctl' \"$@\"; }; peer_has() { ip -n " +
+        "$P addr add $1/24 dev vb0; }; agent_has() { ip -n $A addr add $1/24 dev va0 label $2; }; ";
+    for (const Step& s : steps) {
+      SCOPED_TRACE(std::string(s.mode) + " " + s.rsc);
+      ASSERT_EQ(0, Sh(shell + s.setup));
+      WriteFile(env_.dir() + "/log/vip.log", "");
+      ASSERT_EQ(s.code, Run(s.mode + (s.rsc[0] ? std::string(" -r ") + s.rsc + " -g g" : "")))
+          << env_.Log();
+      EXPECT_EQ(s.desc, s.desc[0] ? env_.Description("g", s.rsc) : "");
+      const std::string addrs = AgentAddrs("");
+      EXPECT_TRUE(Contains(addrs, s.shown)) << addrs;
+      EXPECT_FALSE(s.gone[0] && Contains(addrs, s.gone)) << addrs;
+      EXPECT_TRUE(Contains(env_.Log(), s.log)) << env_.Log();
     }
-    return false;
   }
 
   std::unique_ptr<NetnsPair> pair_;

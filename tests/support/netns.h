@@ -1,24 +1,50 @@
-// Private network namespaces for tests that touch interfaces. Nothing here
-// ever changes the machine's own interfaces: every device lives in a
-// namespace the test created, and the namespaces are deleted when the
-// object goes away (stale ones of dead test processes are swept at the next
-// creation). Tests use documentation addresses only.
+// Private network namespaces for tests that touch interfaces. Every device
+// lives in a namespace the test created; the namespaces go away with the
+// object (and those of dead test processes at the next creation), so the
+// machine's own interfaces are never touched. Documentation addresses only.
 #pragma once
 
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <memory>
 #include <string>
 
+#include "common/unique_fd.h"
+#include "support/sh.h"
+
 namespace vyrtest {
 
-// Two namespaces joined by a veth pair: the agent's side (device "va0") and
-// a peer (device "vb0") that can hold addresses and watch frames. Both
-// devices are up; no address is set.
+// Two namespaces joined by a veth pair, both ends up and without addresses:
+// the agent's side (device "va0") and a peer (device "vb0").
 class NetnsPair {
  public:
-  // Null, with the reason in *why, when namespaces cannot be made here
-  // (not root, no veth support).
-  static std::unique_ptr<NetnsPair> Create(std::string* why);
-  ~NetnsPair();
+  // Null, with the reason in *why, where namespaces cannot be made.
+  static std::unique_ptr<NetnsPair> Create(std::string* why) {
+    static std::atomic<int> counter{0};
+    if (::geteuid() != 0) {
+      *why = "not root";
+      return nullptr;
+    }
+    // Names are vyrt-<pid>-<n>-<side>: first delete those of processes that died.
+    Sh("for n in $(ip netns list | grep -o '^vyrt-[0-9]*-[^ ]*'); do p=${n#vyrt-}; "
+       "kill -0 ${p%%-*} 2>/dev/null || ip netns del $n; done");
+    std::unique_ptr<NetnsPair> pair(new NetnsPair("vyrt-" + std::to_string(::getpid()) + "-" +
+                                                  std::to_string(counter.fetch_add(1))));
+    const std::string& a = pair->agent_;
+    const std::string& p = pair->peer_;
+    const std::string up = " link set lo up && ip -n ";
+    if (Sh("ip netns add " + a + " && ip netns add " + p + " && ip link add va0 netns " + a +
+               " type veth peer name vb0 netns " + p + " && ip -n " + a + up + a +
+               " link set va0 up && ip -n " + p + up + p + " link set vb0 up",
+           why) != 0) {
+      return nullptr;  // the destructor deletes what was made
+    }
+    return pair;
+  }
+  ~NetnsPair() { Sh("ip netns del " + agent_ + "; ip netns del " + peer_); }
   NetnsPair(const NetnsPair&) = delete;
   NetnsPair& operator=(const NetnsPair&) = delete;
 
@@ -28,27 +54,34 @@ class NetnsPair {
   static constexpr const char* kPeerIf = "vb0";
 
   // Runs a shell command inside a namespace; returns its exit code.
-  int InAgent(const std::string& cmd, std::string* out = nullptr) const;
-  int InPeer(const std::string& cmd, std::string* out = nullptr) const;
+  int InAgent(const std::string& cmd, std::string* out = nullptr) const {
+    return Sh("ip netns exec " + agent_ + " sh -c '" + cmd + "'", out);
+  }
+  int InPeer(const std::string& cmd, std::string* out = nullptr) const {
+    return Sh("ip netns exec " + peer_ + " sh -c '" + cmd + "'", out);
+  }
 
  private:
-  NetnsPair(std::string agent, std::string peer) : agent_(agent), peer_(peer) {}
+  explicit NetnsPair(const std::string& base) : agent_(base + "-a"), peer_(base + "-p") {}
   std::string agent_;
   std::string peer_;
 };
 
-// Moves the calling thread into a namespace (threads it starts follow it)
-// and back to where it was on destruction.
+// Moves the calling thread (and threads it starts) into a namespace, and
+// back on destruction.
 class ScopedNetns {
  public:
-  explicit ScopedNetns(const std::string& name);
-  ~ScopedNetns();
-  ScopedNetns(const ScopedNetns&) = delete;
-  ScopedNetns& operator=(const ScopedNetns&) = delete;
+  explicit ScopedNetns(const std::string& name) {
+    vyr::UniqueFd target(::open(("/run/netns/" + name).c_str(), O_RDONLY | O_CLOEXEC));
+    ok_ = original_.valid() && target.valid() && ::setns(target.get(), CLONE_NEWNET) == 0;
+  }
+  ~ScopedNetns() {
+    if (ok_) ::setns(original_.get(), CLONE_NEWNET);
+  }
   bool ok() const { return ok_; }
 
  private:
-  int original_ = -1;
+  vyr::UniqueFd original_{::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC)};
   bool ok_ = false;
 };
 

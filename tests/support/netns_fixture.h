@@ -1,6 +1,6 @@
 // Tests of the address-change pieces: a fixture that runs the test thread
 // on the agent's side of a private namespace pair, and builders for the
-// device record those pieces take.
+// records those pieces take.
 #pragma once
 
 #include <arpa/inet.h>
@@ -54,9 +54,8 @@ inline ipaddrinfo ListEntry(const std::string& name, const char* mask = "255.255
   std::snprintf(e.ifname, sizeof e.ifname, "%s", name.c_str());
   inet_pton(AF_INET, mask, &e.nipel.mask);
   std::snprintf(e.smac, sizeof e.smac, "%s", mac);
-  unsigned int b[6] = {};
-  std::sscanf(mac, "%x:%x:%x:%x:%x:%x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]);
-  for (int i = 0; i < 6; ++i) e.macaddr[i] = static_cast<unsigned char>(b[i]);
+  unsigned char* b = e.macaddr;
+  std::sscanf(mac, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]);
   e.sipel.masklen = masklen;
   return e;
 }
