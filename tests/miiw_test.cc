@@ -3,7 +3,6 @@
 #include "vip/miiw.h"
 
 #include <gtest/gtest.h>
-#include <linux/ethtool.h>
 #include <linux/mii.h>
 #include <linux/sockios.h>
 #include <net/if.h>
@@ -34,10 +33,10 @@ TEST_F(LinkOnVethTest, PeerStateMethodsAndUnsupportedDevices) {
   EXPECT_EQ(vip_miiw_ioctl(&fd, "vyrifb0", 2), MIIW_RET_FAIL_IOCTL_NOTSUPPORT);
 }
 
-// A PHY played through the ioctl seam. ethtool: the link it reports, or -errno; mii: 0 no MII
-// requests, 1 a PHY whose registers cannot be read, 2 register 1 reads basic, then status.
+// A PHY played through the ioctl seam, without an ethtool link report. mii: 0 no MII requests,
+// 1 registers that cannot be read, 2 register 1 reads `basic`, then `status`.
 struct Phy {
-  int method, ethtool, mii;
+  int method, mii;
   uint16_t basic, status;
   int ret;
 };
@@ -45,12 +44,9 @@ const Phy* phy = nullptr;
 int reads = 0;
 
 int PlayedIoctl(int, unsigned long request, void* arg) {
-  auto* ifr = static_cast<ifreq*>(arg);
-  auto* mii = reinterpret_cast<mii_ioctl_data*>(&ifr->ifr_ifru);
-  errno = request == SIOCETHTOOL && phy->ethtool < 0 ? -phy->ethtool : EOPNOTSUPP;
-  if (request == SIOCETHTOOL && phy->ethtool >= 0) {
-    reinterpret_cast<ethtool_value*>(ifr->ifr_data)->data = static_cast<uint32_t>(phy->ethtool);
-  } else if (request == SIOCGMIIPHY && phy->mii > 0) {
+  auto* mii = reinterpret_cast<mii_ioctl_data*>(&static_cast<ifreq*>(arg)->ifr_ifru);
+  errno = EOPNOTSUPP;
+  if (request == SIOCGMIIPHY && phy->mii > 0) {
     mii->phy_id = 7;
   } else if (request == SIOCGMIIREG && phy->mii > 1 && mii->phy_id == 7) {
     mii->val_out = mii->reg_num != 1 ? 0x3100 : reads++ == 0 ? phy->basic : phy->status;
@@ -60,20 +56,17 @@ int PlayedIoctl(int, unsigned long request, void* arg) {
   return 0;
 }
 
-// Register 1 (read twice: basic, then status), the method and ethtool decide the result.
-TEST(MiiRegisterTest, RegistersAndMethodsDecideTheLink) {
-  constexpr int kNo = -EOPNOTSUPP;
+// Register 1, read twice (basic, then status), decides the link.
+TEST(MiiRegisterTest, RegistersDecideTheLink) {
   const Phy cases[] = {
-      {1, kNo, 2, 0x786d, 0x786d, MIIW_RET_SUCCESS},       // up, nothing wrong
-      {1, kNo, 2, 0x787d, 0x787d, MIIW_RET_SUCCESS},       // up with remote fault
-      {1, kNo, 2, 0x7869, 0x786d, MIIW_RET_SUCCESS},       // dropped since the last read, back
-      {1, kNo, 2, 0x0000, 0x0004, MIIW_RET_SUCCESS},       // register 1 zero, then the link
-      {1, kNo, 2, 0x7869, 0x7869, MIIW_RET_FAIL_NICDOWN},  // down both times
-      {1, kNo, 1, 0x786d, 0x786d, MIIW_RET_FAIL_IOCTL},
-      {1, kNo, 0, 0x786d, 0x786d, MIIW_RET_FAIL_IOCTL_NOTSUPPORT},
-      {0, kNo, 2, 0x7869, 0x7869, MIIW_RET_FAIL_NICDOWN},  // no ethtool: the registers decide
-      {0, 0, 2, 0x786d, 0x786d, MIIW_RET_FAIL_NICDOWN},    // ethtool alone decides
-      {2, -EIO, 2, 0x786d, 0x786d, MIIW_RET_FAIL_IOCTL},
+      {1, 2, 0x786d, 0x786d, MIIW_RET_SUCCESS},       // up, nothing wrong
+      {1, 2, 0x787d, 0x787d, MIIW_RET_SUCCESS},       // up with remote fault
+      {1, 2, 0x7869, 0x786d, MIIW_RET_SUCCESS},       // dropped since the last read, back
+      {1, 2, 0x0000, 0x0004, MIIW_RET_SUCCESS},       // register 1 zero, then the link
+      {1, 2, 0x7869, 0x7869, MIIW_RET_FAIL_NICDOWN},  // down both times
+      {0, 2, 0x7869, 0x7869, MIIW_RET_FAIL_NICDOWN},  // method 0 falls back to the registers
+      {1, 1, 0x786d, 0x786d, MIIW_RET_FAIL_IOCTL},
+      {1, 0, 0x786d, 0x786d, MIIW_RET_FAIL_IOCTL_NOTSUPPORT},
   };
   vyrtest::ScopedGlobal<MiiwIoctlFn> seam{vip_miiw_ioctl_fn, PlayedIoctl};
   for (const Phy& c : cases) {
