@@ -1,10 +1,10 @@
-// Address text helpers: family, address/prefix split, newline cut, MAC text
-// and interface name lookup, as tables of cases.
+// Address text helpers: the address family and the address/prefix split.
+// The newline cut, MAC text and interface lookup are shown through the
+// listing parser and alias choice tests.
 #include "vip/addrtext.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -16,9 +16,8 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-// A colon after a '%' (an alias interface) must not make an address IPv6;
-// an alias must not pass for its base interface; MAC fields may be short.
-TEST(AddressText, FamilyChopInterfaceAndMac) {
+// A colon after a '%' (an alias interface) must not make an address IPv6.
+TEST(AddressText, FamilyIsDecidedByTheFirstColonBeforeAnyPercent) {
   for (const auto& [text, ipv6] : {std::pair{"fe80::1%eth0", 1}, {"192.0.2.1%eth0:1", 0}}) {
     ipv6flag = 1 - ipv6;
     EXPECT_EQ(0, vip_ipck(text));
@@ -26,22 +25,6 @@ TEST(AddressText, FamilyChopInterfaceAndMac) {
     EXPECT_EQ(ipv6, nic_ipck(text)) << text;
   }
   ipv6flag = 0;
-  char line[] = "a\nb\n";
-  vip_chop(line);
-  EXPECT_STREQ("a\nb", line);
-  ipaddrinfo list[3] = {};
-  for (int i = 0; const char* name : {"eth0:1", "eth0", "va0"}) {
-    std::snprintf(list[i++].ifname, sizeof list[0].ifname, "%s", name);
-  }
-  EXPECT_EQ(1, vip_chk_ifname(list, 3, "ETH0"));
-  EXPECT_EQ(0, vip_chk_ifname(list, 1, "eth0"));
-  EXPECT_EQ(0, vip_chk_ifname(list, 2, "va0")) << "the count bounds the search";
-  unsigned char mac[6] = {};
-  EXPECT_EQ(0, vip_crt_macaddr("0:c:29:3b:12:FF", mac));
-  EXPECT_EQ(0, std::memcmp("\x00\x0c\x29\x3b\x12\xff", mac, 6));
-  EXPECT_EQ(18, vip_crt_macaddr("00:0C:29:3B:12", mac));
-  EXPECT_EQ(18, vip_crt_macaddr(nullptr, mac));
-  vip_clear_shmbuf();
 }
 
 // Status and fields afterwards; fields a refused text must not write keep

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -19,10 +18,8 @@ namespace {
 using Texts = std::vector<std::string>;
 
 // Before the tables exist every attach fails with a warning and the run goes
-// on, storing nothing; once they exist the run's description is stored and
-// the section is left only after it was entered, so a stray leave can never
-// let a second agent in.
-TEST(Bindings, AttachesFailCleanlyBeforeStartAndPairTheSectionAfter) {
+// on, storing nothing; once they exist the run's description is stored.
+TEST(Bindings, AttachesFailCleanlyBeforeStartAndStoreTheDescriptionAfter) {
   vyrtest::IpcRunDir run;
   {
     vyrtest::TraceCapture trace;
@@ -43,19 +40,6 @@ TEST(Bindings, AttachesFailCleanlyBeforeStartAndPairTheSectionAfter) {
   char text[SHMRM_DESCRIPT_SIZE] = "";
   shmrm_getdescript("grp1", "vip", "vip1", text, sizeof text);
   EXPECT_STREQ("Internal error. (status=9)", text);
-  vip_sem_leavecrit_ifconfig();
-  vip_sem_entercrit_ifconfig();
-  EXPECT_EQ(1, sementifflag);
-  vip_sem_leavecrit_ifconfig();
-  vip_sem_leavecrit_ifconfig();
-  const Texts lines = trace.Texts("");
-  EXPECT_EQ(1, std::ranges::count_if(lines, [](const std::string& l) {
-              return l.find(" sem_leavecrit_ifconfig()") != std::string::npos;
-            }));
-  vip_sem_detach();
-  vip_shmnm_detach();
-  vip_shmrm_detach();
-  EXPECT_EQ(0, shmrmflag + shmnmflag + semflag + sementifflag);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // The process entry, run as the built vyrvip binary against a private
 // configuration, log folder and cluster tables. None of these runs reaches
 // an interface: each one ends before the sequences.
-#include "vip/entry.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -74,18 +72,6 @@ TEST_F(EntryTest, RefusedBeforeAnyResourceStoresNothing) {
   EXPECT_EQ("", Status());
 }
 
-// The banner names revision and build; the last line the run's status.
-TEST_F(EntryTest, StartupBannerAndReturnLine) {
-  EXPECT_EQ(9, Run("--deactive -r vipB -g grpB"));
-  const auto log = Log("INFO");
-  ASSERT_GE(log.size(), 4u);
-  EXPECT_EQ("INFO vip rsc starting|INFO $Revision: 4 $ $Date: 10/12/22 11:12 $",
-            log[0] + "|" + log[1]);
-  EXPECT_TRUE(log[2].starts_with("INFO MAKE: ") && log[2].size() == 31) << log[2];
-  EXPECT_EQ("INFO deactive rsc:vipB, grp:grpB|INFO vipB    : return(ret=9)",
-            log[3] + "|" + log.back());
-}
-
 // Each run starts from an empty log and must leave `line` in it (lines
 // ending in ": " are prefixes). A resource without addresses stops in
 // configuration loading with 9, far enough to show the line was understood.
@@ -132,15 +118,6 @@ TEST_F(EntryTest, CommandLineMatrix) {
           "\tInternal error. (status=9)\n"
           "grpL\tvip\tvipL\tOption was invalid.\n",
       Status());
-}
-
-TEST(EntryUsage, PrintsTheManualModeUsage) {
-  testing::internal::CaptureStdout();
-  vip_usage();
-  EXPECT_EQ(
-      "usage: vyrvip --add -a ipaddress[/subnet] [-i interface]\n"
-      "              --del -a ipaddress\n",
-      testing::internal::GetCapturedStdout());
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The trace log: resource prefix, line formats of every entry point, error
-// names, open/close counting and silence while closed.
+// The trace log: resource prefix, line formats of the entry points, error
+// names, events and silence while closed.
 #include "tracersc/tracersc.h"
 
 #include <gtest/gtest.h>
@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "support/log_lines.h"
-#include "support/sh.h"
 #include "support/trace_capture.h"
 
 namespace {
@@ -48,33 +46,22 @@ TEST(TraceLines, PrefixIndentPercentAndResults) {
             log.Texts(""));
 }
 
-// Events pass the level setting without prefix; a second open neither opens
-// another log nor needs a second close; the _ex handle has a log of its own;
-// nothing is written once closed.
-TEST(TraceLines, EventsSecondOpenSecondHandleAndSilenceWhenClosed) {
-  vyrtest::TempDir dir;
+// Events pass the level setting without prefix; nothing is written once
+// the log is closed.
+TEST(TraceLines, EventsAndSilenceWhenClosed) {
   vyrtest::TraceCapture log(TRACE_ERROR);
   tracetell("vip1");
   const char* no_format = nullptr;
   tracemess(TRACE_EVENT, 10, "src/vip/ping.cc", 3, "vip_ping", no_format, "192.0.2.9");
   tracemess2(TRACE_EVENT, 11, "a.cc", 1, "f", "%s on %s", "192.0.2.9", "va0");
-  tracemess3(TRACE_EVENT, 11, "a.cc", 1, "f", "%s/%s/%s", "a", "b", "c");
   tracemess4(TRACE_EVENT, 11, "a.cc", 1, "f", "%s %s %d", "x", "y", 42);
   tracemess(TRACE_INFO, 0, "a.cc", 1, "f", "%s", "below the level setting");
-  traceopen("vip", 8, 0, (dir / "second.log").c_str());
-  traceopen_ex("vipex", 8, 0, (dir / "ex.log").c_str());
-  trace_ex(TRACE_INFO, "a.cc", 1, "f", "to the second log");
-  traceclose_ex();
   traceclose();
   TRACE(TRACE_ERROR, "closed");
   tracemess(TRACE_EVENT, 10, "a.cc", 1, "f", no_format, "192.0.2.1");
-  trace_ex(TRACE_ERROR, "a.cc", 1, "f", "closed");
   EXPECT_EQ((Texts{"EVENT [event 10] 192.0.2.9", "EVENT [event 11] 192.0.2.9 on va0",
-                   "EVENT [event 11] a/b/c", "EVENT [event 11] x y 42"}),
+                   "EVENT [event 11] x y 42"}),
             log.Texts(""));
-  EXPECT_EQ("", vyrtest::ReadFile(dir / "second.log"));
-  const auto ex = vyrtest::ReadLogLines(dir / "ex.log");
-  EXPECT_TRUE(ex.size() == 1 && ex[0].text == "to the second log") << ex.size();
 }
 
 }  // namespace
