@@ -12,10 +12,10 @@ std::string WriteScript(const std::string& dir, const std::string& name, const s
 
 bool NoProcessWithin(const std::string& text, std::chrono::milliseconds limit) {
   // "[x]rest" matches the text but not the shell that runs pgrep with it.
-  const std::string pgrep =
-      "pgrep -f '[" + text.substr(0, 1) + "]" + text.substr(1) + "' >/dev/null";
-  return Sh("i=0; while " + pgrep + "; do [ $((i += 1)) -gt " + std::to_string(limit.count() / 20) +
-            " ] && exit 1; sleep 0.02; done") == 0;
+  const std::string pgrep = "pgrep -f '[" + text.substr(0, 1) + "]" + text.substr(1) + "'";
+  const std::string now_ms = "$(($(date +%s%N) / 1000000))";
+  return Sh("end=$((" + now_ms + " + " + std::to_string(limit.count()) + ")); while " + pgrep +
+            " >/dev/null; do [ " + now_ms + " -ge $end ] && exit 1; sleep 0.02; done") == 0;
 }
 
 std::string EntryTexts(const ipaddrinfo* list, int num) {
