@@ -1,12 +1,12 @@
-// The duplicate-address probe and its fan-out, with a real script in place
-// of the ping command that logs its arguments and answers per address.
+// The duplicate-address probe and its fan-out: first with a script in place
+// of the ping command that logs its arguments and answers per address, then
+// with vyrping and arp inside private network namespaces.
 #include "vip/ping.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,51 +17,33 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using Strings = std::vector<std::string>;
-using vyrtest::StatusText;
-using vyrtest::TraceCapture;
+using Clock = std::chrono::steady_clock;
 
-Strings Sorted(Strings v, const std::string& prefix = "") {
-  for (std::string& a : v) a = prefix + a;
-  std::sort(v.begin(), v.end());
-  return v;
-}
-
-double Seconds(Clock::time_point since) {
-  return std::chrono::duration<double>(Clock::now() - since).count();
-}
-
-// The install folder's name needs quoting: a path handed to the shell
-// unquoted would not find the command.
+// The install folder's name needs quoting: unquoted, no command is found.
 class PingTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, vyrtest::Sh("mkdir -p " + vyr::ShellQuote(dir_ / "it's $(id) dir/bin")));
-    std::snprintf(inspath, sizeof inspath, "%s", (dir_ / "it's $(id) dir").c_str());
-    actflag = 0;
-    ipv6flag = 0;
-    vip_clear_shmbuf();
+    ASSERT_EQ(0, vyrtest::Sh("mkdir -p " + vyr::ShellQuote(dir_ / "it's $(id)/bin")));
+    std::snprintf(inspath, sizeof inspath, "%s", (dir_ / "it's $(id)").c_str());
     std::snprintf(info_.rscname, sizeof info_.rscname, "vip1");
     std::snprintf(info_.addr, sizeof info_.addr, "192.0.2.5");
     std::snprintf(info_.pingcmd, sizeof info_.pingcmd, "bin/vyrping");
     std::snprintf(info_.arpcmd, sizeof info_.arpcmd, "/bin/true");
     info_.pingtout = 1;
+    actflag = 0;
   }
 
+  // The ping command logs its arguments, then runs `body`.
   void SetPing(const std::string& body) {
     vyrtest::WriteFile(dir_ / "calls", "");
     vyrtest::WriteFile(std::string(inspath) + "/bin/vyrping",
                        "#!/bin/sh\necho \"$*\" >> '" + dir_ / "calls" + "'\n" + body + "\n", 0755);
   }
 
-  // The argument lists of the runs so far, sorted: probes run in any order.
-  Strings Calls() const {
-    Strings calls;
-    std::istringstream in(vyrtest::ReadFile(dir_ / "calls"));
-    for (std::string line; std::getline(in, line);) calls.push_back(line);
-    return Sorted(calls);
-  }
+  // The argument lists of the runs so far, one per line, and their count.
+  std::string Ran() const { return vyrtest::ReadFile(dir_ / "calls"); }
+  size_t Runs() const { return static_cast<size_t>(std::ranges::count(Ran(), '\n')); }
 
   int FanOut(const Strings& addrs) {
     std::vector<IP_INFO> recs(addrs.size());
@@ -76,67 +58,57 @@ class PingTest : public ::testing::Test {
   VIP_INFO info_{};
 };
 
-// Each probe's verdict (answer 15, failed run 2, no command 13, a text that
-// is no address 2 and never run) and the last failure in address order wins.
-TEST_F(PingTest, VerdictsCombineToTheLastFailureInAddressOrder) {
+// Per address an answer is 15 (event 10 when activating), a failed run 2, a
+// text that is no address 2 without a run, no command 13. The last failure
+// in address order wins; forcing makes it 0 with event 11 when activating.
+TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
+  const char* kUsed = "IP address was already used.";
+  const Strings kHeld = {"[event 10] 192.0.2.5"};
   const struct {
     Strings addrs;
-    bool installed, runs;
+    int force, act;
+    size_t runs;
     int want;
     const char* desc;
+    Strings events;
   } cases[] = {
-      {{"192.0.2.1", "192.0.2.2"}, true, true, 2, "Internal error. (status=2)"},
-      {{"192.0.2.2", "192.0.2.1"}, true, true, 15, "IP address was already used."},
-      {{"192.0.2.1", "192.0.2.3"}, true, true, 15, "IP address was already used."},
-      {{"192.0.2.3", "192.0.2.4"}, true, true, 0, ""},
-      {{"192.0.2.5;id"}, true, false, 2, "Internal error. (status=2)"},
-      {{"192.0.2.1"}, false, false, 13, "Internal error. (status=13)"},
+      {{"192.0.2.5", "192.0.2.2"}, 0, 0, 2, 2, "Internal error. (status=2)", kHeld},
+      {{"192.0.2.2", "192.0.2.5"}, 0, 0, 2, 15, kUsed, kHeld},
+      {{"192.0.2.5", "192.0.2.3"}, 0, 1, 2, 15, kUsed, {}},
+      {{"192.0.2.3", "192.0.2.4"}, 0, 0, 2, 0, "", {}},
+      {{"192.0.2.5"}, 1, 0, 1, 0, "", {"[event 10] 192.0.2.5", "[event 11] 192.0.2.5"}},
+      {{"192.0.2.5"}, 1, 1, 1, 15, kUsed, {}},
+      {{"192.0.2.5;id"}, 0, 0, 0, 2, "Internal error. (status=2)", {}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.addrs[0]);
+    SCOPED_TRACE(testing::Message() << c.addrs[0] << " force " << c.force << " act " << c.act);
+    vyrtest::TraceCapture log;
     vip_clear_shmbuf();
-    SetPing("case \"$3\" in 192.0.2.1) exit 0;; 192.0.2.2) exit 2;; *) exit 1;; esac");
-    if (!c.installed) std::remove((std::string(inspath) + "/bin/vyrping").c_str());
-    info_.pingtout = 3;
+    SetPing("case \"$3\" in 192.0.2.5) exit 0;; 192.0.2.2) exit 2;; *) exit 1;; esac");
+    info_.pingforce = c.force;
+    actflag = c.act;
     EXPECT_EQ(FanOut(c.addrs), c.want);
-    EXPECT_EQ(StatusText(), c.desc);
-    EXPECT_EQ(Calls(), c.runs ? Sorted(c.addrs, "-c 3 ") : Strings{});
+    EXPECT_EQ(vyrtest::StatusText(), c.desc);
+    EXPECT_EQ(Runs(), c.runs);
+    EXPECT_EQ(log.Texts("EVENT"), c.events);
   }
+  std::remove((std::string(inspath) + "/bin/vyrping").c_str());
+  EXPECT_EQ(FanOut({"192.0.2.3"}), 13);
+  EXPECT_EQ(vyrtest::StatusText(), "Internal error. (status=13)");
 }
 
+// Retries 3 one second apart; the address stops answering at the third probe.
 TEST_F(PingTest, RetriesUntilTheAddressStopsAnswering) {
   info_.pingretry = 3;
   info_.pinginterval = 1;
-  SetPing("n=$(wc -l < '" + dir_ / "calls" + "'); [ $n -ge 3 ] && exit 1; exit 0");
+  info_.pingtout = 2;
+  SetPing("[ $(wc -l < '" + dir_ / "calls" + "') -ge 3 ] && exit 1; exit 0");
   const auto start = Clock::now();
   EXPECT_EQ(vip_ping(&info_), 0);
-  EXPECT_GE(Seconds(start), 2.0) << "two sleeps of one second";
-  EXPECT_LT(Seconds(start), 2.9);
-  EXPECT_EQ(Calls().size(), 3u);
-}
-
-// An address that keeps answering raises event 10; forcing goes on anyway
-// with event 11 when activating, never when deactivating.
-TEST_F(PingTest, HeldAddressEventsAndForcing) {
-  const struct {
-    int force, act, want;
-    Strings events;
-  } cases[] = {
-      {0, 0, 15, {"[event 10] 192.0.2.5"}},
-      {1, 0, 0, {"[event 10] 192.0.2.5", "[event 11] 192.0.2.5"}},
-      {1, 1, 15, {}},
-  };
-  SetPing("exit 0");
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << "force " << c.force << " act " << c.act);
-    TraceCapture log;
-    vip_clear_shmbuf();
-    actflag = c.act;
-    info_.pingforce = c.force;
-    EXPECT_EQ(vip_ping(&info_), c.want);
-    EXPECT_EQ(log.Texts("EVENT"), c.events);
-    EXPECT_EQ(StatusText(), c.want ? "IP address was already used." : "");
-  }
+  const auto took = Clock::now() - start;
+  EXPECT_GE(took, std::chrono::seconds(2)) << "two sleeps of one second";
+  EXPECT_LT(took, std::chrono::milliseconds(2900));
+  EXPECT_EQ(Ran(), "-c 2 192.0.2.5\n-c 2 192.0.2.5\n-c 2 192.0.2.5\n") << "-c is the ping timeout";
 }
 
 TEST_F(PingTest, ProbesRunAtTheSameTime) {
@@ -145,8 +117,8 @@ TEST_F(PingTest, ProbesRunAtTheSameTime) {
   for (int i = 1; i <= 32; ++i) addrs.push_back("198.51.100." + std::to_string(i));
   const auto start = Clock::now();
   EXPECT_EQ(FanOut(addrs), 0);
-  EXPECT_LT(Seconds(start), 3.0) << "32 probes of one second each";
-  EXPECT_EQ(Calls(), Sorted(addrs, "-c 1 "));
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(3)) << "32 probes of one second each";
+  EXPECT_EQ(Runs(), addrs.size());
 }
 
 std::string Server(const char* name, const char* ip) {
@@ -170,7 +142,7 @@ TEST_F(PingTest, AllAddressesFollowTheClusterConfiguration) {
       {Server("node1", "198.51.100.11"), 1, {"192.0.2.5"}},
   };
   vyrtest::ScopedEnv config_env("VYR_CONFIG", dir_ / "cluster.xml");
-  vyrtest::ScopedEnv policy_env("VYR_POLICY_DIR", std::string(VYR_SOURCE_DIR) + "/platform/policy");
+  vyrtest::ScopedEnv policy_env("VYR_POLICY_DIR", VYR_SOURCE_DIR "/platform/policy");
   info_.pingallip = 1;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.want.size());
@@ -181,16 +153,95 @@ TEST_F(PingTest, AllAddressesFollowTheClusterConfiguration) {
     ASSERT_EQ(xmllib_init("vip"), 0);
     ASSERT_EQ(xmllib_load_config(), 0);
     actflag = c.act;
-    std::vector<IP_INFO> pips;
-    vip_ping_targets(&info_, &pips);
+    std::vector<IP_INFO> targets;
+    vip_ping_targets(&info_, &targets);
     Strings order;
-    for (const IP_INFO& p : pips) order.push_back(p.addr);
+    for (const IP_INFO& t : targets) order.push_back(t.addr);
     EXPECT_EQ(order, c.want);
     SetPing("exit 1");
     EXPECT_EQ(vip_ping(&info_), 0);
-    EXPECT_EQ(Calls(), Sorted(c.want, "-c 1 "));
+    EXPECT_EQ(Runs(), c.want.size());
     xmllib_unload_config();
     xmllib_term();
+  }
+}
+
+// The real thing, with the test thread on the agent's side of a private veth
+// pair: the peer holds 192.0.2.2 and 2001:db8::2, .3 and ::3 are free.
+const std::string kBinDir = std::string(VYR_BINARY_DIR) + "/platform/vyrping";
+
+class ProbeNetns : public vyrtest::AgentNetnsTest {
+ protected:
+  void SetUp() override {
+    AgentNetnsTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0 && "
+                                "ip addr add 2001:db8::1/64 dev va0 nodad"));
+    ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.2/24 dev vb0 && "
+                               "ip addr add 2001:db8::2/64 dev vb0 nodad"));
+  }
+};
+
+// Sixteen vyrpings at once per case, each taking only its own replies: a
+// reply ends them at once, silence lasts one second after the last request,
+// bad arguments fail at once.
+TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
+  const struct {
+    const char* args;
+    int want;
+    double min_s, max_s;
+  } cases[] = {
+      {"-c 5 192.0.2.2", 0, 0, 0.9},
+      {"-c 2 192.0.2.3", 1, 2.0, 2.8},
+      {"-c 1 2001:db8::2", 0, 0, 0.9},
+      {"-c 1 2001:db8::3", 1, 1.0, 1.8},
+      {"-c 1 host.example", 2, 0, 0.5},
+      {"-c 0 192.0.2.2", 2, 0, 0.5},
+      {"-c 1", 2, 0, 0.5},
+      {"-c 1 192.0.2.2 192.0.2.3", 2, 0, 0.5},
+  };
+  for (const auto& c : cases) {
+    const auto start = std::chrono::steady_clock::now();
+    std::string out, want;
+    vyrtest::Sh("for i in $(seq 16); do (" + kBinDir + "/vyrping " + c.args +
+                    " >/dev/null 2>&1; echo rc=$?) & done; wait",
+                &out);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    for (int i = 0; i < 16; ++i) want += "rc=" + std::to_string(c.want) + "\n";
+    EXPECT_EQ(out, want) << c.args;
+    EXPECT_GE(took.count(), c.min_s) << c.args;
+    EXPECT_LT(took.count(), c.max_s) << c.args;
+  }
+}
+
+// The agent's probe through vyrping and the real arp: the trace names the
+// peer's MAC address; IPv6 looks nothing up ("ret=1").
+TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
+  std::string mac;
+  ASSERT_EQ(pair_->InPeer("cat /sys/class/net/vb0/address", &mac), 0);
+  const struct {
+    const char* addr;
+    int want;
+    std::string trace;
+  } cases[] = {
+      {"192.0.2.2", 15, "192.0.2.2 is already exist.(macaddr : " + mac.substr(0, 17) + ")"},
+      {"192.0.2.3", 0, ""},
+      {"2001:db8::2", 15, "2001:db8::2 is already exist. (ret=1)"},
+      {"2001:db8::3", 0, ""},
+  };
+  std::snprintf(inspath, sizeof inspath, "%s", kBinDir.c_str());
+  VIP_INFO info{};
+  std::snprintf(info.pingcmd, sizeof info.pingcmd, "vyrping");
+  std::snprintf(info.arpcmd, sizeof info.arpcmd, "arp");
+  info.pingtout = 1;
+  for (const auto& c : cases) {
+    vyrtest::TraceCapture log;
+    vip_clear_shmbuf();
+    ipv6flag = std::string(c.addr).find(':') != std::string::npos;
+    std::snprintf(info.addr, sizeof info.addr, "%s", c.addr);
+    EXPECT_EQ(vip_ping(&info), c.want) << c.addr;
+    EXPECT_EQ(vyrtest::StatusText(), c.want ? "IP address was already used." : "") << c.addr;
+    EXPECT_TRUE(c.trace.empty() || log.Contains(c.trace)) << c.trace;
   }
 }
 
