@@ -121,25 +121,21 @@ TEST_F(PingTest, ProbesRunAtTheSameTime) {
   EXPECT_EQ(Runs(), addrs.size());
 }
 
-std::string Server(const char* name, const char* ip) {
-  return std::string("<server name=\"") + name + "\"><parameters><ip>" + ip +
-         "</ip></parameters></server>";
-}
-
 // With "pingallip": the common address, then every server's in enumeration
 // order; an address that cannot be read, or deactivation, probes the own only.
 TEST_F(PingTest, AllAddressesFollowTheClusterConfiguration) {
+  const std::string three =
+      "<server name=\"node3\"><parameters><ip>198.51.100.13</ip></parameters></server>"
+      "<server name=\"node1\"><parameters><ip>198.51.100.11/24</ip></parameters></server>"
+      "<server name=\"node2\"><parameters><ip>198.51.100.12</ip></parameters></server>";
   const struct {
-    std::string servers;
     int act;
     Strings want;
+    std::string servers;
   } cases[] = {
-      {Server("node3", "198.51.100.13") + Server("node1", "198.51.100.11/24") +
-           Server("node2", "198.51.100.12"),
-       0,
-       {"198.51.100.10", "198.51.100.13", "198.51.100.11", "198.51.100.12"}},
-      {Server("node1", "198.51.100.11") + "<server name=\"node2\"/>", 0, {"192.0.2.5"}},
-      {Server("node1", "198.51.100.11"), 1, {"192.0.2.5"}},
+      {0, {"198.51.100.10", "198.51.100.13", "198.51.100.11", "198.51.100.12"}, three},
+      {0, {"192.0.2.5"}, three + "<server name=\"node4\"/>"},
+      {1, {"192.0.2.5"}, three},
   };
   vyrtest::ScopedEnv config_env("VYR_CONFIG", dir_ / "cluster.xml");
   vyrtest::ScopedEnv policy_env("VYR_POLICY_DIR", VYR_SOURCE_DIR "/platform/policy");

