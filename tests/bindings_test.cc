@@ -32,11 +32,9 @@ TEST(Bindings, AttachesFailCleanlyBeforeStartAndStoreTheDescriptionAfter) {
   }
   int already = 0;
   ASSERT_EQ(0, vyripc_create(&already));
-  vyrtest::TraceCapture trace;
   EXPECT_EQ(0, vip_shmrm_attach() + vip_shmnm_attach() + vip_sem_attach());
   vip_set_shmbuf("Internal error. (status=%d)", 9);
   vip_shmrm_setdescript("vip1", "grp1");
-  vip_clear_shmbuf();
   char text[SHMRM_DESCRIPT_SIZE] = "";
   shmrm_getdescript("grp1", "vip", "vip1", text, sizeof text);
   EXPECT_STREQ("Internal error. (status=9)", text);

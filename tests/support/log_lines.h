@@ -10,8 +10,7 @@ namespace vyrtest {
 
 struct LogLine {
   std::string stamp;  // "YYYY-MM-DD HH:MM:SS.mmm"
-  long pid = 0;
-  long tid = 0;
+  long pid = 0, tid = 0;
   std::string level;  // ERROR, WARN, INFO, DETAIL or EVENT; empty for a line of another layout
   std::string file;
   int line = 0;

@@ -13,8 +13,6 @@ class TraceCapture {
  public:
   explicit TraceCapture(int level = 8);  // detail level: everything kept
   ~TraceCapture();
-  TraceCapture(const TraceCapture&) = delete;
-  TraceCapture& operator=(const TraceCapture&) = delete;
 
   // The texts of the lines of one level; "LEVEL text" of every line for "".
   std::vector<std::string> Texts(const std::string& level) const;
