@@ -49,12 +49,11 @@ class ClusterEnv {
   // `resources` besides the common <vip>, whose parameters are `common`.
   void WriteConfig(const std::string& resources, const std::string& common = "",
                    int log_level = 8) const {
-    WriteFile(config_path(), "<?xml version=\"1.0\"?>\n<root><all><path>" + prefix_ +
-                                 "</path></all><vip><log><level>" + std::to_string(log_level) +
-                                 "</level><size>10000000</size></log></vip>\n<resource><vip>"
-                                 "<parameters>" +
-                                 common + "</parameters></vip>\n" + resources +
-                                 "\n</resource></root>\n");
+    const std::string log =
+        "<log><level>" + std::to_string(log_level) + "</level><size>10000000</size></log>";
+    WriteFile(config_path(), "<root><all><path>" + prefix_ + "</path></all><vip>" + log +
+                                 "</vip><resource><vip><parameters>" + common +
+                                 "</parameters></vip>" + resources + "</resource></root>\n");
   }
 
   int Ctl(const std::string& args, std::string* out = nullptr) const {

@@ -50,7 +50,6 @@ class NetnsPair {
 
   const std::string& agent() const { return agent_; }
   const std::string& peer() const { return peer_; }
-  static constexpr const char* kAgentIf = "va0";
   static constexpr const char* kPeerIf = "vb0";
 
   // Runs a shell command inside a namespace; returns its exit code.
