@@ -33,15 +33,12 @@ class NetnsPair {
        "kill -0 ${p%%-*} 2>/dev/null || ip netns del $n; done");
     std::unique_ptr<NetnsPair> pair(new NetnsPair("vyrt-" + std::to_string(::getpid()) + "-" +
                                                   std::to_string(counter.fetch_add(1))));
-    const std::string& a = pair->agent_;
-    const std::string& p = pair->peer_;
-    const std::string up = " link set lo up && ip -n ";
-    if (Sh("ip netns add " + a + " && ip netns add " + p + " && ip link add va0 netns " + a +
-               " type veth peer name vb0 netns " + p + " && ip -n " + a + up + a +
-               " link set va0 up && ip -n " + p + up + p + " link set vb0 up",
-           why) != 0) {
-      return nullptr;  // the destructor deletes what was made
-    }
+    const std::string made = "a=" + pair->agent_ + " p=" + pair->peer_ +
+                             "; ip netns add $a && ip netns add $p && ip link add va0 netns $a "
+                             "type veth peer name vb0 netns $p && ip -n $a link set lo up && "
+                             "ip -n $a link set va0 up && ip -n $p link set lo up && "
+                             "ip -n $p link set vb0 up";
+    if (Sh(made, why) != 0) pair.reset();  // its destructor deletes what was made
     return pair;
   }
   ~NetnsPair() { Sh("ip netns del " + agent_ + "; ip netns del " + peer_); }
