@@ -42,10 +42,8 @@ TEST_F(AgentE2E, ActivationAndDeactivation) {
        "This ip address was already used.  IP=192.0.2.30"},
       {"agent_has 192.0.2.80 va0:5", "--active", "alias",
        "<ip>192.0.2.81/24</ip><ifname>va0:5</ifname>", 28, "", "", "192.0.2.81"},
-      {"ip -n $A link add vyrlongname014 type veth peer name vyrshort && ip -n "
-       "$A link set "
-       "vyrlongname014 up && ip -n $A addr add 203.0.113.1/24 dev "
-       "vyrlongname014",
+      {"ip -n $A link add vyrlongname014 up type veth peer name vyrshort && "
+       "ip -n $A addr add 203.0.113.1/24 dev vyrlongname014",
        "--active", "long", "<ip>203.0.113.5/24</ip><ifname>vyrlongname014</ifname>", 30, "", "", "",
        "Interface name is too long."},
       {"peer_has 192.0.2.90", "--active", "force",
