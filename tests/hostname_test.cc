@@ -6,7 +6,6 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 
 namespace {
@@ -16,10 +15,9 @@ TEST(HostName, IsCutAtTheFirstDot) {
   if (::unshare(CLONE_NEWUTS) != 0) GTEST_SKIP() << "no private UTS namespace";
   for (const std::string& name : {std::string("node1.cluster.example.org"), std::string(64, 'h')}) {
     ASSERT_EQ(0, ::sethostname(name.c_str(), name.size()));
-    char buf[HOSTNAME_LEN];
-    std::memset(buf, 'z', sizeof buf);
-    EXPECT_EQ(0, get_hostname(buf));
-    EXPECT_EQ(name.size() == 64 ? name : "node1", std::string(buf));
+    std::string buf(HOSTNAME_LEN, 'z');
+    EXPECT_EQ(0, get_hostname(buf.data()));
+    EXPECT_EQ(name.size() == 64 ? name : "node1", buf.c_str());
   }
 }
 

@@ -1,5 +1,7 @@
 #include "support/trace_capture.h"
 
+#include <algorithm>
+
 #include "support/log_lines.h"
 #include "tracersc/tracersc.h"
 
@@ -22,10 +24,9 @@ std::vector<std::string> TraceCapture::Texts(const std::string& level) const {
 }
 
 bool TraceCapture::Contains(const std::string& needle) const {
-  for (const LogLine& l : ReadLogLines(path_)) {
-    if (l.text.find(needle) != std::string::npos) return true;
-  }
-  return false;
+  return std::ranges::any_of(ReadLogLines(path_), [&needle](const LogLine& l) {
+    return l.text.find(needle) != std::string::npos;
+  });
 }
 
 }  // namespace vyrtest
