@@ -8,6 +8,7 @@
 #include "nicCommon/nic_ifconfig_probe.h"
 #include "support/fake_tool.h"
 #include "support/sh.h"
+#include "support/trace_capture.h"
 
 namespace {
 
@@ -49,6 +50,24 @@ TEST(IfconfigProbe, LayoutOfTheListingDecidesOncePerRun) {
     EXPECT_LT(took, milliseconds(c.ret == 21 ? 2500 : 500));
   }
   EXPECT_TRUE(vyrtest::NoProcessWithin(dir.path(), milliseconds(2000))) << "a tool outlived it";
+}
+
+// Without "which" the search fails as the shell would report it (127); a
+// chatty "which" prints nothing into the agent's own output.
+TEST(IfconfigProbe, SearchFailsLikeTheShellAndStaysQuiet) {
+  vyrtest::TempDir dir;
+  vyrtest::TraceCapture trace;
+  vyrtest::ScopedEnv path("PATH", dir.path());
+  int flag = -1;
+  EXPECT_EQ(nic_chk_isifconfig(&flag, 0, 1), 0);
+  EXPECT_TRUE(
+      trace.Contains("which ifconfig > /dev/null 2>&1 failed,ifconfig does not exist.(ret=127)"));
+  vyrtest::WriteScript(dir.path(), "which", "echo noise; echo noise >&2; exit 1");
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(nic_chk_isifconfig(&flag, 0, 1), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStderr() + testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(flag, 0);
 }
 
 // The machine's own ifconfig, where it prints the newer layout, is not used.
