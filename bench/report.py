@@ -176,9 +176,21 @@ def sh(cmd):
 
 
 cpu_model = sh("grep -m1 'model name' /proc/cpuinfo | cut -d: -f2-")
-machine = "%s, %s cores, %s, kernel %s; load average at the end: %s" % (
+
+
+def steal_percent():
+    # /proc/stat "cpu" line: user nice system idle iowait irq softirq steal ...
+    def read(name):
+        with open(os.path.join(work, name)) as f:
+            return [int(x) for x in f.read().split()[1:9]]
+    start, end = read("cpu-start.txt"), read("cpu-end.txt")
+    delta = [b - a for a, b in zip(start, end)]
+    return 100.0 * delta[7] / max(sum(delta), 1)
+
+
+machine = "%s, %s cores, %s, kernel %s; CPU time stolen by the host during the run: %.1f%%; load average at the end: %s" % (
     cpu_model or platform.processor(), os.cpu_count(), sh("free -h | awk '/Mem:/ {print $2}'") + " RAM",
-    platform.release(), sh("cut -d' ' -f1-3 /proc/loadavg"))
+    platform.release(), steal_percent(), sh("cut -d' ' -f1-3 /proc/loadavg"))
 
 missed = [w for w, m in verdicts if not m]
 md = []
