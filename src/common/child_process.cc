@@ -15,22 +15,18 @@ namespace vyr {
 
 namespace {
 
-// Owners for the spawn attributes and file actions.
-struct SpawnAttr {
-  posix_spawnattr_t attr;
-  SpawnAttr() { ::posix_spawnattr_init(&attr); }
-  ~SpawnAttr() { ::posix_spawnattr_destroy(&attr); }
-  SpawnAttr(const SpawnAttr&) = delete;
-  SpawnAttr& operator=(const SpawnAttr&) = delete;
+// Owner of a posix_spawn object (attributes or file actions).
+template <typename T, int (*Init)(T*), int (*Destroy)(T*)>
+struct SpawnObject {
+  T value;
+  SpawnObject() { Init(&value); }
+  ~SpawnObject() { Destroy(&value); }
+  SpawnObject(const SpawnObject&) = delete;
+  SpawnObject& operator=(const SpawnObject&) = delete;
 };
-
-struct SpawnActions {
-  posix_spawn_file_actions_t actions;
-  SpawnActions() { ::posix_spawn_file_actions_init(&actions); }
-  ~SpawnActions() { ::posix_spawn_file_actions_destroy(&actions); }
-  SpawnActions(const SpawnActions&) = delete;
-  SpawnActions& operator=(const SpawnActions&) = delete;
-};
+using SpawnAttr = SpawnObject<posix_spawnattr_t, posix_spawnattr_init, posix_spawnattr_destroy>;
+using SpawnActions = SpawnObject<posix_spawn_file_actions_t, posix_spawn_file_actions_init,
+                                 posix_spawn_file_actions_destroy>;
 
 }  // namespace
 
@@ -73,18 +69,18 @@ std::optional<ChildProcess> ChildProcess::Start(const Invocation& what, Output o
   sigemptyset(&none);
   sigfillset(&all);
   ::posix_spawnattr_setflags(
-      &spawn.attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  ::posix_spawnattr_setpgroup(&spawn.attr, 0);
-  ::posix_spawnattr_setsigmask(&spawn.attr, &none);
-  ::posix_spawnattr_setsigdefault(&spawn.attr, &all);
+      &spawn.value, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  ::posix_spawnattr_setpgroup(&spawn.value, 0);
+  ::posix_spawnattr_setsigmask(&spawn.value, &none);
+  ::posix_spawnattr_setsigdefault(&spawn.value, &all);
   SpawnActions files;
   if (what.quiet) {
-    ::posix_spawn_file_actions_addopen(&files.actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    ::posix_spawn_file_actions_adddup2(&files.actions, STDOUT_FILENO, STDERR_FILENO);
+    ::posix_spawn_file_actions_addopen(&files.value, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&files.value, STDOUT_FILENO, STDERR_FILENO);
   }
   // dup2 clears close-on-exec on the copy; the pipe's own ends close at exec.
   if (write_end.valid()) {
-    ::posix_spawn_file_actions_adddup2(&files.actions, write_end.get(), STDOUT_FILENO);
+    ::posix_spawn_file_actions_adddup2(&files.value, write_end.get(), STDOUT_FILENO);
   }
 
   std::vector<char*> argv;
@@ -93,7 +89,7 @@ std::optional<ChildProcess> ChildProcess::Start(const Invocation& what, Output o
   argv.push_back(nullptr);
   pid_t pid = -1;
   const int err =
-      ::posix_spawnp(&pid, what.file.c_str(), &files.actions, &spawn.attr, argv.data(), environ);
+      ::posix_spawnp(&pid, what.file.c_str(), &files.value, &spawn.value, argv.data(), environ);
   if (err != 0 && !what.via_shell) {
     // What "sh -c" reports for a command it cannot find or cannot execute.
     if (err == ENOENT || err == ENOTDIR) return NotRun(127 << 8);

@@ -54,10 +54,6 @@ class ChildProcess {
   // command: ReadLine then stops reading.
   static std::optional<ChildProcess> Start(const Invocation& what, Output output,
                                            int cancel_fd = -1);
-  static std::optional<ChildProcess> Start(const std::string& command, Output output,
-                                           int cancel_fd = -1) {
-    return Start(Invocation::Shell(command), output, cancel_fd);
-  }
 
   ChildProcess(ChildProcess&& other) noexcept;
   ChildProcess& operator=(ChildProcess&&) = delete;

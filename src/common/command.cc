@@ -6,6 +6,12 @@ namespace vyr {
 
 namespace {
 thread_local WorkerControl* current_control = nullptr;
+
+// The shell replaces itself with the command, so its wait status is the
+// command's own.
+Invocation ExecThroughShell(const std::string& command) {
+  return Invocation::Shell("exec " + command);
+}
 }  // namespace
 
 void SetCurrentWorkerControl(WorkerControl* control) { current_control = control; }
@@ -18,7 +24,7 @@ std::optional<ChildProcess> StartCommand(const Invocation& what, ChildProcess::O
 }
 
 std::optional<ChildProcess> StartCommand(const std::string& command, ChildProcess::Output output) {
-  return StartCommand(Invocation::Shell("exec " + command), output);
+  return StartCommand(ExecThroughShell(command), output);
 }
 
 int WaitCommand(ChildProcess& child) {
@@ -32,8 +38,6 @@ int RunCommand(const Invocation& what) {
   return WaitCommand(*child);
 }
 
-int RunCommand(const std::string& command) {
-  return RunCommand(Invocation::Shell("exec " + command));
-}
+int RunCommand(const std::string& command) { return RunCommand(ExecThroughShell(command)); }
 
 }  // namespace vyr
