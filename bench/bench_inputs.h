@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
 namespace vyrbench {
 

@@ -12,8 +12,8 @@
 #include <cstring>
 #include <vector>
 
-#include "common/unique_fd.h"
 #include "support/netns_fixture.h"
+#include "unique_fd.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "common/unique_fd.h"
 #include "support/fake_tool.h"
 #include "support/netns_fixture.h"
+#include "unique_fd.h"
 
 namespace {
 

@@ -13,41 +13,19 @@
 #include <cstring>
 #include <utility>
 
+#include "make_dirs.h"
 #include "tables.h"
+#include "unique_fd.h"
 #include "vyripc_admin.h"
 
 namespace {
 
 using vyripc::Identity;
 
-// An open, locked key file.
-class KeyFile {
- public:
-  KeyFile() = default;
-  explicit KeyFile(int fd) : fd_(fd) {}
-  KeyFile(KeyFile&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  KeyFile& operator=(KeyFile&&) = delete;
-  ~KeyFile() {
-    if (fd_ >= 0) ::close(fd_);  // also drops the lock
-  }
-  bool valid() const { return fd_ >= 0; }
-  int fd() const { return fd_; }
-
- private:
-  int fd_ = -1;
-};
-
-int MakeDirs(const std::string& dir) {
-  for (std::size_t pos = dir.find('/', 1);; pos = dir.find('/', pos + 1)) {
-    std::string part = dir.substr(0, pos);
-    if (::mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) return errno;
-    if (pos == std::string::npos) return 0;
-  }
-}
-
-KeyFile LockKeyFile(int flags) {
-  KeyFile key(::open(vyripc::KeyPath().c_str(), flags | O_RDWR | O_CLOEXEC, 0600));
-  if (key.valid() && ::flock(key.fd(), LOCK_EX) != 0) return KeyFile();
+// The key file, open and locked; closing it drops the lock.
+vyr::UniqueFd LockKeyFile(int flags) {
+  vyr::UniqueFd key(::open(vyripc::KeyPath().c_str(), flags | O_RDWR | O_CLOEXEC, 0600));
+  if (key.valid() && ::flock(key.get(), LOCK_EX) != 0) return vyr::UniqueFd();
   return key;
 }
 
@@ -136,8 +114,8 @@ bool OwnTable(const TableKind& kind, const vyripc::Key& key, int* shmid, bool* f
 
 int vyripc_create(int* already) {
   vyripc::SetLastErrno(0);
-  if (int err = MakeDirs(vyripc_run_dir()); err != 0) return Fail(err, SHMRM_ERR_FTOK);
-  KeyFile lock = LockKeyFile(O_CREAT);
+  if (int err = vyr::MakeDirs(vyripc_run_dir()); err != 0) return Fail(err, SHMRM_ERR_FTOK);
+  vyr::UniqueFd lock = LockKeyFile(O_CREAT);
   if (!lock.valid()) return Fail(errno, SHMRM_ERR_FTOK);
   auto rkey = vyripc::KeyFor(vyripc::kProjResourceTable);
   auto nkey = vyripc::KeyFor(vyripc::kProjNodeTable);
@@ -163,7 +141,7 @@ int vyripc_create(int* already) {
 int vyripc_remove(int* removed) {
   vyripc::SetLastErrno(0);
   int count = 0;
-  KeyFile lock = LockKeyFile(0);
+  vyr::UniqueFd lock = LockKeyFile(0);
   if (!lock.valid()) {
     if (removed != nullptr) *removed = 0;
     return errno == ENOENT ? 0 : Fail(errno, SHMRM_ERR_FTOK);

@@ -16,6 +16,10 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
+
+#include "make_dirs.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -27,7 +31,7 @@ struct LogHandle {
   std::string type;
   int level = 4;
   long size = 0;
-  int fd = -1;
+  vyr::UniqueFd fd;
   std::mutex lock;  // guards fd against a rotation by another thread
 };
 
@@ -48,18 +52,8 @@ const char* LevelName(int level) {
   }
 }
 
-int OpenLog(const std::string& path) {
-  return ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-}
-
-void MakeDirs(const std::string& dir) {
-  std::string partial;
-  std::size_t pos = 0;
-  while (pos != std::string::npos) {
-    pos = dir.find('/', pos + 1);
-    partial = dir.substr(0, pos);
-    if (!partial.empty()) ::mkdir(partial.c_str(), 0755);
-  }
+vyr::UniqueFd OpenLog(const std::string& path) {
+  return vyr::UniqueFd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
 }
 
 // Renames the file to ".1" when this line would take it past the size
@@ -69,26 +63,23 @@ void MakeDirs(const std::string& dir) {
 void RotateIfNeeded(LogHandle& h, std::size_t add) {
   if (h.size <= 0) return;
   struct stat mine {};
-  if (::fstat(h.fd, &mine) != 0) return;
+  if (::fstat(h.fd.get(), &mine) != 0) return;
   if (mine.st_size + static_cast<off_t>(add) <= h.size) {
     struct stat current {};
     if (::stat(h.path.c_str(), &current) == 0 && current.st_ino == mine.st_ino) return;
   }
   std::string lock_path = h.path + ".lock";
-  int lock_fd = ::open(lock_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-  if (lock_fd >= 0) ::flock(lock_fd, LOCK_EX);
+  // Closing the lock file at the end also releases the lock.
+  vyr::UniqueFd lock(::open(lock_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+  if (lock) ::flock(lock.get(), LOCK_EX);
   struct stat current {};
   bool same = ::stat(h.path.c_str(), &current) == 0 && current.st_ino == mine.st_ino;
   if (same && current.st_size > 0 && current.st_size + static_cast<off_t>(add) > h.size) {
     std::string old = h.path + ".1";
     ::rename(h.path.c_str(), old.c_str());
   }
-  int fd = OpenLog(h.path);
-  if (fd >= 0) {
-    ::close(h.fd);
-    h.fd = fd;
-  }
-  if (lock_fd >= 0) ::close(lock_fd);  // also releases the lock
+  vyr::UniqueFd fd = OpenLog(h.path);
+  if (fd) h.fd = std::move(fd);
 }
 
 // A value that carries a line break (an option typed by a user, a line of
@@ -130,11 +121,11 @@ int log_init(const char* type, void** handle, int level, int size, const char* p
   } else {
     const char* dir = std::getenv("VYR_LOG_DIR");
     std::string folder = (dir && dir[0]) ? dir : kDefaultLogDir;
-    MakeDirs(folder);
+    vyr::MakeDirs(folder);  // a folder that cannot be made shows as the open failing
     h->path = folder + "/" + h->type + ".log";
   }
   h->fd = OpenLog(h->path);
-  if (h->fd < 0) return -1;
+  if (!h->fd) return -1;
   *handle = h.release();
   return 0;
 }
@@ -173,7 +164,7 @@ void log_write(void* handle, int level, int event, const char* file, int line, c
     std::lock_guard<std::mutex> hold(h->lock);
     RotateIfNeeded(*h, len);
     // One write per line: with O_APPEND the kernel never interleaves it.
-    ssize_t ignored = ::write(h->fd, out, len);
+    ssize_t ignored = ::write(h->fd.get(), out, len);
     (void)ignored;
   }
   if (is_event) {
@@ -184,6 +175,5 @@ void log_write(void* handle, int level, int event, const char* file, int line, c
 int log_term(void* handle) {
   if (handle == nullptr) return 0;
   std::unique_ptr<LogHandle> h(static_cast<LogHandle*>(handle));
-  if (h->fd >= 0) ::close(h->fd);
   return 0;
 }

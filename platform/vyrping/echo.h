@@ -17,7 +17,7 @@
 #include <string>
 
 // The agent's descriptor owner; header-only, so vyrping links nothing of the agent.
-#include "common/unique_fd.h"
+#include "unique_fd.h"
 
 namespace vyrping {
 

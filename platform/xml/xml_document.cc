@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "unique_fd.h"
 #include "vyrxml.h"
 
 namespace vyrxml {
@@ -14,13 +15,13 @@ namespace {
 
 // Whole file into `out`; 0 or an errno.
 int ReadWholeFile(const std::string& file, std::string* out) {
-  int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
+  vyr::UniqueFd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) return errno;
   std::string text;
   char chunk[8192];
   int err = 0;
   for (;;) {
-    ssize_t n = ::read(fd, chunk, sizeof chunk);
+    ssize_t n = ::read(fd.get(), chunk, sizeof chunk);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) {
       err = errno;
@@ -29,7 +30,6 @@ int ReadWholeFile(const std::string& file, std::string* out) {
     if (n == 0) break;
     text.append(chunk, static_cast<std::size_t>(n));
   }
-  ::close(fd);
   if (err == 0) *out = std::move(text);
   return err;
 }

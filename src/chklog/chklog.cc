@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/unique_fd.h"
 #include "tracersc/tracersc.h"
+#include "unique_fd.h"
 
 const struct logmsg logtbl[CHK_ID_COUNT] = {
     {1, CHK_ID_SUCCESS_MSG},

@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/unique_fd.h"
+#include "unique_fd.h"
 
 namespace vyr {
 

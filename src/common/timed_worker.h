@@ -20,7 +20,7 @@
 #include <thread>
 
 #include "common/child_process.h"
-#include "common/unique_fd.h"
+#include "unique_fd.h"
 
 namespace vyr {
 

@@ -11,9 +11,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/unique_fd.h"
 #include "nicCommon/nic_ipck.h"
 #include "tracersc/tracersc.h"
+#include "unique_fd.h"
 
 // The interface layer names itself by module in its trace lines.
 #define NIC_TRACE(level, ...) trace((level), "src/nicCommon", __LINE__, __func__, __VA_ARGS__)

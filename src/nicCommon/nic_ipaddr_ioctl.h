@@ -7,7 +7,7 @@
 // nipel6.addr and sipel.masklen.
 #pragma once
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
 // 0 success, 9 socket, 10 address, 11 mask, 12 broadcast, 13 flags,
 // 14 interface index, 15 flags or address read, 16 IPv6 delete.

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/unique_fd.h"
+#include "nicCommon/addrinfo.h"
 #include "tracersc/tracersc.h"
-#include "vip/addrinfo.h"
+#include "unique_fd.h"
 #include "vip/arp.h"
 #include "vip/globals.h"
 #include "vip/ipaddr_change.h"

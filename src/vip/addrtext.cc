@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "nicCommon/nic_ipck.h"
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
 
@@ -74,20 +75,10 @@ bool ScanHexField(const char*& cursor, unsigned long* value) {
 
 }  // namespace
 
-bool vip_addr_is_ipv6(const char* paddr) {
-  if (paddr == nullptr) return false;
-  const char* colon = std::strchr(paddr, ':');
-  if (colon == nullptr) return false;
-  const char* percent = std::strchr(paddr, '%');
-  // A zone suffix may carry a colon of its own (an alias name such as
-  // eth0:1), so only a colon before the '%' makes the text IPv6.
-  return percent == nullptr || colon < percent;
-}
-
 int vip_ipck(const char* paddr) {
   TRACE(TRACE_DETAIL, "vip_ipck()  ENTRY...");
   ipv6flag = 0;
-  if (vip_addr_is_ipv6(paddr)) {
+  if (nic_addr_is_ipv6(paddr)) {
     ipv6flag = 1;
     TRACE(TRACE_DETAIL, "IPv6 address.");
   } else {

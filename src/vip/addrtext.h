@@ -6,13 +6,9 @@
 
 #include <cstdint>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
-// True when the text names an IPv6 address: it has a ':' and no '%' before
-// its first ':' (fe80::1%eth0 is IPv6, 10.1.1.1%eth0:1 is IPv4). Only ':'
-// and '%' are looked at; the text is not validated.
-bool vip_addr_is_ipv6(const char* paddr);
-// Sets ipv6flag from the text (as vip_addr_is_ipv6). Returns 0.
+// Sets ipv6flag from the text (as nic_addr_is_ipv6). Returns 0.
 int vip_ipck(const char* paddr);
 // Splits "addr[/prefix]" into addr (46 bytes), mask (46 bytes, the prefix as
 // a dotted quad or IPv6 text, family from ipv6flag) and masklen. 0 or 31.

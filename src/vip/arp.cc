@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/unique_fd.h"
 #include "tracersc/tracersc.h"
+#include "unique_fd.h"
 #include "vip/globals.h"
 
 // The announcement names itself "sendarp" in the trace.

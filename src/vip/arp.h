@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
 // The frame as it goes on the wire: Ethernet header, ARP for IPv4 over
 // Ethernet, zero padding up to the 60-byte minimum. Numbers in network order.

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "nicCommon/addrinfo.h"
 #include "tracersc/tracersc.h"
-#include "vip/addrinfo.h"
 #include "vip/globals.h"
 #include "vip/ipaddr_change.h"
 #include "vip/ping.h"

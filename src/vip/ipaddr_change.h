@@ -9,7 +9,7 @@
 
 #include <atomic>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 #include "vip/vip_info.h"
 
 typedef struct _IP_CMD_INFO {

@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 #include "vip/vip_info.h"
 
 namespace vyr {

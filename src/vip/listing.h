@@ -5,7 +5,8 @@
 
 #include <atomic>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
+#include "vip/vip_info.h"
 
 typedef struct _IPADDR_INFO {
   int ret;

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string_view>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
 namespace vyr {
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
 namespace vyr {
 

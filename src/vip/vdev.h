@@ -6,7 +6,7 @@
 // mask when none was given, bcast (IPv4), smac and macaddr.
 #pragma once
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
 // Highest alias number tried for an IPv4 address (eth0:0 ... eth0:9999).
 inline constexpr int VIP_MAX_ALIAS = 9999;

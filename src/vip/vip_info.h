@@ -5,8 +5,8 @@
 // address again after a link failure).
 #pragma once
 
-inline constexpr int VIP_NAME_LEN = 32;     // resource, group and interface names
-inline constexpr int VIP_ADDR_LEN = 46;     // an address or mask as text
+#include "nicCommon/addrinfo.h"  // the name and address text sizes
+
 inline constexpr int VIP_ADDRBUF_LEN = 82;  // an address with a prefix length
 inline constexpr int VIP_PATH_LEN = 1024;   // paths and command lines
 inline constexpr int VIP_SHMBUF_LEN = 128;  // the status description

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "vip/addrinfo.h"
+#include "nicCommon/addrinfo.h"
 
 namespace vyrtest {
 

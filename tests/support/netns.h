@@ -12,8 +12,8 @@
 #include <memory>
 #include <string>
 
-#include "common/unique_fd.h"
 #include "support/sh.h"
+#include "unique_fd.h"
 
 namespace vyrtest {
 

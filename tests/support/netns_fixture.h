@@ -10,8 +10,8 @@
 #include <memory>
 #include <string>
 
+#include "nicCommon/addrinfo.h"
 #include "support/netns.h"
-#include "vip/addrinfo.h"
 #include "vip/globals.h"
 
 namespace vyrtest {

@@ -6,7 +6,8 @@
 
 #include <netinet/in.h>
 
-#include "vip/vip_info.h"
+inline constexpr int VIP_NAME_LEN = 32;  // resource, group and interface names
+inline constexpr int VIP_ADDR_LEN = 46;  // an address or mask as text
 
 struct nipel {
   struct in_addr addr;
