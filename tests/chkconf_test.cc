@@ -54,7 +54,7 @@ TEST(CheckFunctions, ValuesAndTheirFindings) {
   };
   for (const auto& [check, value, lines] : cases) {
     std::string copy = value;
-    EXPECT_EQ(vyrtest::CheckLogged("t", [&] { return check(copy.data()); }),
+    EXPECT_EQ(vyrtest::CheckLogged("t", [&check = check, &copy] { return check(copy.data()); }),
               std::make_pair(lines.empty() ? 0 : 1, lines))
         << '"' << value << '"';
   }
@@ -82,7 +82,7 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
        {99, {"E [003] Parameter Source IP Address is empty.", "E [099] Internal error occurred."}}},
   };
   for (const auto& [rscname, outcome] : cases) {
-    EXPECT_EQ(vyrtest::CheckLogged(rscname, [&] { return vip_conf_check(rscname.c_str()); }),
+    EXPECT_EQ(vyrtest::CheckLogged(rscname, [&rscname = rscname] { return vip_conf_check(rscname.c_str()); }),
               outcome)
         << rscname;
     EXPECT_EQ(hchkconf, nullptr) << rscname << ": the configuration under check stays loaded";
