@@ -56,15 +56,20 @@ class EntryTest : public ::testing::Test {
   std::string env_;
 };
 
-// A refusal before the resource is known stores no row; no arguments, or a
-// run that is not root's, also logs nothing.
-TEST_F(EntryTest, RefusedBeforeAnyResourceStoresNothing) {
+// No arguments, or a run that is not root's, logs and stores nothing. Any
+// other refusal is stored under the names it was given, empty ones too, and
+// replaces what an earlier run left in that row.
+TEST_F(EntryTest, RefusalsAreStoredUnderTheNamesGiven) {
   EXPECT_EQ(4, Run(""));
   EXPECT_EQ(5,
             Run("--active -r vipR -g grpR", "setpriv --reuid=65534 --regid=65534 --clear-groups"));
   EXPECT_EQ("", vyrtest::ReadFile(dir_ / "log/vip.log"));
-  EXPECT_EQ(4, Run("--deactive -g grpA -i va0"));  // no resource
   EXPECT_EQ("", Status());
+  EXPECT_EQ(4, Run("--add -i va0"));  // manual mode without an address sets no text
+  EXPECT_EQ("-\tvip\t-\tSuccess.\n", Status());
+  EXPECT_EQ(4, Run("--active"));
+  EXPECT_EQ(4, Run("--deactive -g grpA -i va0"));  // no resource
+  EXPECT_EQ("-\tvip\t-\tOption was invalid.\ngrpA\tvip\t-\tOption was invalid.\n", Status());
 }
 
 // Each run starts from an empty log and must leave `line` in it (lines
@@ -102,14 +107,15 @@ TEST_F(EntryTest, CommandLineMatrix) {
     });
     EXPECT_TRUE(c.line.empty() ? Log("ERROR").empty() : found) << c.args;
   }
-  // Every resource that got this far has its row, under its full names.
+  // Every run has its row, under the names it had taken when it ended (the
+  // last unnamed run is the bad mask, which sets no text).
   EXPECT_EQ(
-      "grpC\tvip\tvipC\tInternal error. (status=9)\n"
+      "grpC\tvip\tvipC\tInternal error. (status=9)\n-\tvip\t-\tSuccess.\n"
       "grpF\tvip\tvipF\tOption was invalid.\ngrpU\tvip\tvipU\tInternal error. (status=9)\n"
       "grpN\tvip\tvipN\tSuccess.\n" +
           n31 + "\tvip\t" + n31 +
           "\tInternal error. (status=9)\n"
-          "grpL\tvip\tvipL\tOption was invalid.\n",
+          "-\tvip\tvipL\tOption was invalid.\ngrpL\tvip\tvipL\tOption was invalid.\n",
       Status());
 }
 

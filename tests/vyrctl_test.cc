@@ -44,25 +44,51 @@ TEST(Vyrctl, LifecycleAndNpsimu) {
   EXPECT_EQ(shmrm_attach(), SHMRM_ERR_NOTINIT) << "stop left the tables behind";
 }
 
-// Rows lost to a second start, or texts that break the tab rows or the JSON.
+// Rows lost to a second start, texts that break the tab rows or the JSON,
+// or rows with empty names (runs refused before their names were known)
+// that are refused, merged or shown as something else.
 TEST(Vyrctl, StatusShowsTheStoredRows) {
   vyrtest::IpcRunDir run;
   std::string out;
   ASSERT_EQ(Ctl("start", &out), 0);
   ASSERT_EQ(shmrm_attach(), 0);
-  ASSERT_EQ(shmrm_setdescript("grp1", "vip", "vip1", "Success.", 128), 0);
-  ASSERT_EQ(shmrm_setdescript("grp2", "vip", "vip1", "a\tb\"c\\d\ne\x01 \xc3\xa9 \xff", 128), 0);
+  const char* const rows[][4] = {
+      {"grp1", "vip", "vip1", "Success."},
+      {"grp2", "vip", "vip1", "a\tb\"c\\d\ne\x01 \xc3\xa9 \xff"},
+      {"", "vip", "", "Success."},
+      {"grp1", "vip", "", "Option was invalid."},
+      {"", "vip", "grp1", "Internal error. (status=9)"},
+      {"-", "vip", "vip1", "-"},
+      {"", "vip", "", "Option was invalid."},  // replaces the earlier "Success."
+  };
+  for (const auto& r : rows) ASSERT_EQ(shmrm_setdescript(r[0], r[1], r[2], r[3], 128), 0) << r[3];
   ASSERT_EQ(Ctl("start", &out), 0);
   EXPECT_EQ(Ctl("status", &out), 0);
   EXPECT_EQ(out,
             "grp1\tvip\tvip1\tSuccess.\n"
-            "grp2\tvip\tvip1\ta\\tb\"c\\\\d\\ne\x01 \xc3\xa9 \xff\n");
+            "grp2\tvip\tvip1\ta\\tb\"c\\\\d\\ne\x01 \xc3\xa9 \xff\n"
+            "-\tvip\t-\tOption was invalid.\n"
+            "grp1\tvip\t-\tOption was invalid.\n"
+            "-\tvip\tgrp1\tInternal error. (status=9)\n"
+            "\\-\tvip\tvip1\t\\-\n");
   EXPECT_EQ(Ctl("status --json", &out), 0);
   EXPECT_EQ(out,
             "[\n  {\"group\": \"grp1\", \"type\": \"vip\", \"resource\": \"vip1\", "
             "\"description\": \"Success.\"},\n"
             "  {\"group\": \"grp2\", \"type\": \"vip\", \"resource\": \"vip1\", "
-            "\"description\": \"a\\tb\\\"c\\\\d\\ne\\u0001 \xc3\xa9 \\ufffd\"}\n]\n");
+            "\"description\": \"a\\tb\\\"c\\\\d\\ne\\u0001 \xc3\xa9 \\ufffd\"},\n"
+            "  {\"group\": \"\", \"type\": \"vip\", \"resource\": \"\", "
+            "\"description\": \"Option was invalid.\"},\n"
+            "  {\"group\": \"grp1\", \"type\": \"vip\", \"resource\": \"\", "
+            "\"description\": \"Option was invalid.\"},\n"
+            "  {\"group\": \"\", \"type\": \"vip\", \"resource\": \"grp1\", "
+            "\"description\": \"Internal error. (status=9)\"},\n"
+            "  {\"group\": \"-\", \"type\": \"vip\", \"resource\": \"vip1\", "
+            "\"description\": \"-\"}\n]\n");
+  // A name too long for its field is refused, not cut into another row's key.
+  EXPECT_EQ(shmrm_setdescript(std::string(64, 'g').c_str(), "vip", "", "x", 128),
+            SHMRM_ERR_INVALIDPARAM);
+  EXPECT_EQ(shmrm_setdescript(nullptr, "vip", "", "x", 128), SHMRM_ERR_INVALIDPARAM);
 }
 
 // Misuse names the fault, shows the usage, exits 2 and starts nothing.

@@ -52,8 +52,10 @@ class RowLock {
   bool ok_;
 };
 
+// Any text that fits its field names a row, the empty text included: an
+// agent run refused before its names were known still reports its status.
 bool ValidName(const char* name, int field) {
-  return name != nullptr && name[0] != '\0' && std::strlen(name) < static_cast<size_t>(field);
+  return name != nullptr && std::strlen(name) < static_cast<size_t>(field);
 }
 
 bool SameKey(const ResourceRow& r, const char* group, const char* type, const char* rsc) {

@@ -50,10 +50,12 @@ int shmrm_attach(void);
 int shmrm_detach(void);
 // Creates or replaces the row (group, type, resource) with `descript`, read
 // from a buffer of `size` bytes: at most size-1 characters are stored, and
-// never more than 127. Writers in any number of
-// processes and threads are serialised, so a row always holds one whole
-// description. Names must be non-empty and shorter than 64 bytes (type: 16)
-// or SHMRM_ERR_INVALIDPARAM; a full table gives SHMRM_ERR_MAXRSC.
+// never more than 127. Writers in any number of processes and threads are
+// serialised, so a row always holds one whole description. The three names
+// key the row exactly as given, empty names included ("", "vip", "" is one
+// row, "g", "vip", "" another); a null pointer, a name of 64 bytes or more
+// (type: 16) or a size below 1 gives SHMRM_ERR_INVALIDPARAM and stores
+// nothing; a full table gives SHMRM_ERR_MAXRSC.
 int shmrm_setdescript(const char* group, const char* type, const char* rsc, const char* descript,
                       int size);
 

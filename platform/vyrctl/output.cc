@@ -35,6 +35,8 @@ std::size_t Utf8Length(std::string_view s) {
 }  // namespace
 
 std::string TsvField(std::string_view text) {
+  if (text.empty()) return "-";
+  if (text == "-") return "\\-";
   std::string out;
   out.reserve(text.size());
   for (char c : text) {

@@ -11,7 +11,8 @@ namespace vyrctl {
 
 // One field of a tab-separated row: backslash, tab, newline and carriage
 // return become \\, \t, \n and \r, so a row is always one line of exactly
-// four fields.
+// four fields. An empty field is written "-" so that it stays visible
+// between the tabs, and a field that is "-" itself is written "\-".
 std::string TsvField(std::string_view text);
 
 // A JSON string literal, quotes included. Control characters are escaped;
