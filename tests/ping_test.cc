@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -59,7 +60,8 @@ class PingTest : public ::testing::Test {
 };
 
 // Per address an answer is 15 (event 10 when activating), a failed run 2, a
-// text that is no address 2 without a run, no command 13. The last failure
+// text that is no address reaches the command as one word and is refused
+// there (2), no command 13. The last failure
 // in address order wins; forcing makes it 0 with event 11 when activating.
 TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
   const char* kUsed = "IP address was already used.";
@@ -78,13 +80,15 @@ TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
       {{"192.0.2.3", "192.0.2.4"}, 0, 0, 2, 0, "", {}},
       {{"192.0.2.5"}, 1, 0, 1, 0, "", {"[event 10] 192.0.2.5", "[event 11] 192.0.2.5"}},
       {{"192.0.2.5"}, 1, 1, 1, 15, kUsed, {}},
-      {{"192.0.2.5;id"}, 0, 0, 0, 2, "Internal error. (status=2)", {}},
+      {{"192.0.2.5;id"}, 0, 0, 1, 2, "Internal error. (status=2)", {}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.addrs[0] << " force " << c.force << " act " << c.act);
     vyrtest::TraceCapture log;
     vip_clear_shmbuf();
-    SetPing("case \"$3\" in 192.0.2.5) exit 0;; 192.0.2.2) exit 2;; *) exit 1;; esac");
+    SetPing(
+        "case \"$3\" in 192.0.2.5) exit 0;; 192.0.2.2) exit 2;; 192.0.2.?) exit 1;; *) exit 2;;"
+        " esac");
     info_.pingforce = c.force;
     actflag = c.act;
     EXPECT_EQ(FanOut(c.addrs), c.want);
@@ -95,6 +99,62 @@ TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
   std::remove((std::string(inspath) + "/bin/vyrping").c_str());
   EXPECT_EQ(FanOut({"192.0.2.3"}), 13);
   EXPECT_EQ(vyrtest::StatusText(), "Internal error. (status=13)");
+}
+
+// The command lines as the trace and the stored description show them: the
+// command paths in double quotes with ", $, ` and \ escaped, the address
+// bare without the blanks around it, any other text one quoted word. What
+// answers is looked up, an IPv6 address of an IPv4 resource too.
+TEST_F(PingTest, CommandLinesReachTheCommandsWordForWord) {
+  const std::string arp = "a\"$`\\b";  // a bare name, found on PATH as "arp" is
+  vyrtest::ScopedEnv path_env("PATH", dir_.path() + ":" + std::getenv("PATH"));
+  vyrtest::WriteFile(dir_ / arp, "#!/bin/sh\necho \"$# $*\" >> '" + dir_ / "calls" + "'\nexit 1\n",
+                     0755);
+  std::snprintf(info_.arpcmd, sizeof info_.arpcmd, "%s", arp.c_str());
+  const std::string ping = "system(\"" + dir_.path() + "/it's \\$(id)/bin/vyrping\" -c 1 ";
+  const std::string lookup = "\"a\\\"\\$\\`\\\\b\" -n ";
+  const std::string quiet = " > /dev/null 2>&1)...";
+  const struct {
+    const char* addr;
+    int v6, want;
+    std::string calls;  // ping's arguments, then the lookup's count and arguments
+    Strings info, errors;
+    std::string desc;
+  } cases[] = {
+      // clang-format off
+      {"192.0.2.5", 0, 15, "-c 1 192.0.2.5\n2 -n 192.0.2.5\n",
+       {ping + "192.0.2.5" + quiet, "popen(" + lookup + "192.0.2.5)..."},
+       {lookup + "192.0.2.5 : failed. (ret=1)", "192.0.2.5 is already exist. (ret=3)"},
+       "Command failed. (" + lookup + "192.0.2.5, ret=1)"},
+      {"2001:db8::5", 0, 15, "-c 1 2001:db8::5\n2 -n 2001:db8::5\n",
+       {ping + "2001:db8::5" + quiet, "popen(" + lookup + "2001:db8::5)..."},
+       {lookup + "2001:db8::5 : failed. (ret=1)", "2001:db8::5 is already exist. (ret=3)"},
+       "Command failed. (" + lookup + "2001:db8::5, ret=1)"},
+      {"2001:db8::5", 1, 15, "-c 1 2001:db8::5\n", {ping + "2001:db8::5" + quiet},
+       {"2001:db8::5 is already exist. (ret=1)"}, ""},
+      {" 198.51.100.7\t", 0, 0, "-c 1 198.51.100.7\n", {ping + "198.51.100.7" + quiet}, {}, ""},
+      {"192.0.2.9 `id` $HOME", 0, 2, "-c 1 192.0.2.9 `id` $HOME\n",
+       {ping + "\"192.0.2.9 \\`id\\` \\$HOME\"" + quiet},
+       {"ping to 192.0.2.9 `id` $HOME failed (after system())."}, ""},
+      // clang-format on
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.addr);
+    SetPing(
+        "[ $# = 3 ] || exit 3; case \"$3\" in 192.0.2.5|2001:db8::5) exit 0;; "
+        "198.51.100.*) exit 1;; *) exit 2;; esac");
+    vyrtest::TraceCapture log;
+    vip_clear_shmbuf();
+    ipv6flag = c.v6;
+    IP_INFO rec{};
+    std::snprintf(rec.addr, sizeof rec.addr, "%s", c.addr);
+    rec.pinfo = &info_;
+    EXPECT_EQ(vip_chk_ip_response(&rec), c.want);
+    EXPECT_EQ(Ran(), c.calls);
+    EXPECT_EQ(log.Texts("INFO"), c.info);
+    EXPECT_EQ(log.Texts("ERROR"), c.errors);
+    EXPECT_EQ(vyrtest::StatusText(), c.desc);
+  }
 }
 
 // Retries 3 one second apart; the address stops answering at the third probe.
@@ -211,19 +271,30 @@ TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
 }
 
 // The agent's probe through vyrping and the real arp: the trace names the
-// peer's MAC address; IPv6 looks nothing up ("ret=1").
+// peer's MAC address; an IPv6 resource looks nothing up ("ret=1"), an IPv4
+// one gets arp's refusal of the IPv6 address (3). Blanks around an address
+// are dropped; a text that is no address is vyrping's to refuse (2).
 TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
   std::string mac;
   ASSERT_EQ(pair_->InPeer("cat /sys/class/net/vb0/address", &mac), 0);
+  const char* kUsed = "IP address was already used.";
   const struct {
     const char* addr;
-    int want;
+    int v6, want;
     std::string trace;
+    const char* desc;
   } cases[] = {
-      {"192.0.2.2", 15, "192.0.2.2 is already exist.(macaddr : " + mac.substr(0, 17) + ")"},
-      {"192.0.2.3", 0, ""},
-      {"2001:db8::2", 15, "2001:db8::2 is already exist. (ret=1)"},
-      {"2001:db8::3", 0, ""},
+      {"192.0.2.2", 0, 15, "192.0.2.2 is already exist.(macaddr : " + mac.substr(0, 17) + ")",
+       kUsed},
+      {"192.0.2.3", 0, 0, "", ""},
+      {"2001:db8::2", 1, 15, "2001:db8::2 is already exist. (ret=1)", kUsed},
+      {"2001:db8::3", 1, 0, "", ""},
+      {"2001:db8::2", 0, 15, "2001:db8::2 is already exist. (ret=3)", kUsed},
+      {" 192.0.2.2 ", 0, 15, " 192.0.2.2  is already exist.(macaddr : " + mac.substr(0, 17), kUsed},
+      {"192.0.2.3 ", 0, 0, "system(\"" + kBinDir + "/vyrping\" -c 1 192.0.2.3 > /dev/null 2>&1)",
+       ""},
+      {"host.example", 0, 2, "ping to host.example failed (after system()).",
+       "Internal error. (status=2)"},
   };
   std::snprintf(inspath, sizeof inspath, "%s", kBinDir.c_str());
   VIP_INFO info{};
@@ -233,10 +304,10 @@ TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
   for (const auto& c : cases) {
     vyrtest::TraceCapture log;
     vip_clear_shmbuf();
-    ipv6flag = std::string(c.addr).find(':') != std::string::npos;
+    ipv6flag = c.v6;
     std::snprintf(info.addr, sizeof info.addr, "%s", c.addr);
     EXPECT_EQ(vip_ping(&info), c.want) << c.addr;
-    EXPECT_EQ(vyrtest::StatusText(), c.want ? "IP address was already used." : "") << c.addr;
+    EXPECT_EQ(vyrtest::StatusText(), c.desc) << c.addr;
     EXPECT_TRUE(c.trace.empty() || log.Contains(c.trace)) << c.trace;
   }
 }
