@@ -126,14 +126,14 @@ int BuildList(struct ipaddrinfo** ipaddrlist, int* num) {
   ifaddrs* raw = nullptr;
   if (::getifaddrs(&raw) != 0) {
     TRACE(TRACE_ERROR, "getifaddrs() failed.(errno=%d)", errno);
-    return 4;
+    return vyr::nic_getinfo::kUnreadable;
   }
   IfaddrsList list(raw);
 
   const int count = CountListed(list.get());
   if (count == 0) {
     TRACE(TRACE_ERROR, "no ip address found.");
-    return 3;
+    return vyr::nic_getinfo::kNoAddress;
   }
   *num = count;
   const std::size_t bytes = sizeof(ipaddrinfo) * static_cast<std::size_t>(count);
@@ -141,7 +141,7 @@ int BuildList(struct ipaddrinfo** ipaddrlist, int* num) {
       static_cast<ipaddrinfo*>(std::calloc(static_cast<std::size_t>(count), sizeof(ipaddrinfo)));
   if (entries == nullptr) {
     TRACE(TRACE_ERROR, "malloc(%d) failed. (errno=%d)", static_cast<int>(bytes), errno);
-    return 2;
+    return vyr::nic_getinfo::kNoMemory;
   }
   FillEntries(list.get(), entries);
   for (const ifaddrs* ifa = list.get(); ifa != nullptr; ifa = ifa->ifa_next) {

@@ -53,12 +53,12 @@ int SearchIfconfig() {
   const vyr::WaitResult result = vyr::DecodeWaitStatus(vyr::RunCommand(SearchInvocation()));
   if (!result.normal) {
     TRACE(TRACE_ERROR, "system(%s) failed. (ret=%d)", kSearchCommand, 0);
-    return 18;
+    return vyr::nic_probe::kSearchAbnormal;
   }
   if (result.exit_code != 0) {
     TRACE(TRACE_ERROR, "%s failed,ifconfig does not exist.(ret=%d)", kSearchCommand,
           result.exit_code);
-    return 20;
+    return vyr::nic_probe::kNoIfconfig;
   }
   TRACE(TRACE_INFO, "%s succeeded.", kSearchCommand);
   return 0;
@@ -77,7 +77,7 @@ int ReadLayout(vyr::ChildProcess& child) {
     if (layout == nic::IfconfigLayout::kNewer) break;
   }
   TRACE(TRACE_INFO, "parsing failed,the format of %s is the same as RHEL 7.", kListCommand);
-  return 22;
+  return vyr::nic_probe::kNewerLayout;
 }
 
 // Closing early (the layout was found) may end the tool by a broken pipe;
@@ -101,7 +101,7 @@ int ProbeLayout() {
   auto child = vyr::StartCommand(ListInvocation(), vyr::ChildProcess::Output::kPipe);
   if (!child) {
     TRACE(TRACE_ERROR, "popen(%s, 'r') failed. (errno=%d)", kListCommand, errno);
-    return 17;
+    return vyr::nic_probe::kListNotStarted;
   }
   TRACE(TRACE_DETAIL, "popen(%s, 'r') succeeded.", kListCommand);
   const int code = ReadLayout(*child);
@@ -151,17 +151,17 @@ int nic_chk_isifconfig(int* IsIfconfig, int ifconfuse, int ifconfout) {
   const int started = worker.Start([&chkret](vyr::WorkerControl&) { nic_cmd_chk(&chkret); });
   if (started != 0) {
     TRACE(TRACE_ERROR, "pthread_create(nic_cmd_chk) failed. (errno=%d,ret=%d)", started, started);
-    TRACE(TRACE_DETAIL, "return(%d)", 19);
-    return 19;
+    TRACE(TRACE_DETAIL, "return(%d)", vyr::nic_probe::kNoThread);
+    return vyr::nic_probe::kNoThread;
   }
   // A limit of 0 or less times out at once, even if the worker is quick.
   const bool finished = ifconfout > 0 && worker.WaitFor(std::chrono::seconds(ifconfout));
   if (!finished) {
     TRACE(TRACE_ERROR, "thread timeout nic_cmd_chk.");
     worker.CancelAndJoin();
-    TRACE(TRACE_INFO, "return(nic_cmd_chk) = %d", 21);
-    TRACE(TRACE_DETAIL, "return(%d)", 21);
-    return 21;
+    TRACE(TRACE_INFO, "return(nic_cmd_chk) = %d", vyr::nic_probe::kTimeout);
+    TRACE(TRACE_DETAIL, "return(%d)", vyr::nic_probe::kTimeout);
+    return vyr::nic_probe::kTimeout;
   }
   worker.Join();
   if (chkret == 0) *IsIfconfig = 1;

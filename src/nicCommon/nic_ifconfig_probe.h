@@ -6,16 +6,26 @@
 
 extern std::atomic<int> nic_actthend;  // completion flag of the probe's worker
 
+namespace vyr::nic_probe {
+// Results of nic_chk_isifconfig.
+inline constexpr int kNoThread = 19;  // the worker could not be started
+inline constexpr int kTimeout = 21;   // the time limit passed
+// Codes of the probe's worker body.
+inline constexpr int kListNotStarted = 17;  // "ifconfig -a" could not be started
+inline constexpr int kSearchAbnormal = 18;  // the search did not run or ended abnormally
+inline constexpr int kNoIfconfig = 20;      // no ifconfig on PATH
+inline constexpr int kNewerLayout = 22;     // newer or unknown layout
+}  // namespace vyr::nic_probe
+
 // Main thread, once per run, before any listing. Sets *IsIfconfig to 0, and
 // to 1 only when ifconfuse is 0 and the "ifconfig" found on PATH prints the
-// older layout within `ifconfout` seconds. Returns 0 when decided, 19 when
-// the worker could not be started, 21 at the time limit (the listing command
-// is then ended and reaped before this returns).
+// older layout within `ifconfout` seconds. Returns 0 when decided, kNoThread
+// or kTimeout (the listing command is then ended and reaped before this
+// returns).
 int nic_chk_isifconfig(int* IsIfconfig, int ifconfuse, int ifconfout);
 
 // The probe's worker body; `arg` points to the int that receives its code:
-// 0 older layout, 17 listing not started, 18 search did not run or ended
-// abnormally, 20 no ifconfig on PATH, 22 newer or unknown layout.
+// 0 older layout, or one of the worker codes above.
 // nic_chk_isifconfig runs it under a vyr::TimedWorker, which sets
 // nic_actthend as the worker's last act; called on its own it runs the
 // commands without a limit and leaves the flag alone.

@@ -24,6 +24,8 @@ NicIoctlFn nic_ioctl_fn = nic_ioctl_kernel;
 
 namespace {
 
+using namespace vyr::nic_ioctl;
+
 // The kernel's request for IPv6 addresses (linux/ipv6.h), kept here so that
 // the kernel header does not collide with the C library's netinet/in.h.
 struct in6_ifreq {
@@ -57,12 +59,12 @@ in6_ifreq Ipv6Request(const vdevinfo* vdev, int index) {
 int RaiseDevice(int sock, ifreq* ifr) {
   if (nic_ioctl_fn(sock, SIOCGIFFLAGS, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCGIFFLAGS failed.(errno=%d)", errno);
-    return 15;
+    return kGetFlagsOrAddress;
   }
   ifr->ifr_flags = static_cast<short>(ifr->ifr_flags | IFF_UP | IFF_RUNNING);
   if (nic_ioctl_fn(sock, SIOCSIFFLAGS, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCSIFFLAGS failed.(errno=%d)", errno);
-    return 13;
+    return kSetFlags;
   }
   return 0;
 }
@@ -71,16 +73,16 @@ int AddIpv6(const vdevinfo* vdev, ifreq* ifr, vyr::UniqueFd* sock, bool* address
   sock->reset(::socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!sock->valid()) {
     NIC_TRACE(TRACE_ERROR, "scoket failed.(errno=%d)", errno);
-    return 9;
+    return kSocket;
   }
   if (nic_ioctl_fn(sock->get(), SIOCGIFINDEX, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCGIFINDEX failed.(errno=%d)", errno);
-    return 14;
+    return kGetIndex;
   }
   in6_ifreq req = Ipv6Request(vdev, ifr->ifr_ifindex);
   if (nic_ioctl_fn(sock->get(), SIOCSIFADDR, &req) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCSIFADDR failed.(errno=%d)", errno);
-    return 10;
+    return kSetAddress;
   }
   *address_set = true;
   return RaiseDevice(sock->get(), ifr);
@@ -90,25 +92,25 @@ int AddIpv4(const vdevinfo* vdev, ifreq* ifr, vyr::UniqueFd* sock, bool* address
   sock->reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!sock->valid()) {
     NIC_TRACE(TRACE_ERROR, "scoket failed.(errno=%d)", errno);
-    return 9;
+    return kSocket;
   }
   SetInet(&ifr->ifr_addr, vdev->nipel.addr);
   if (nic_ioctl_fn(sock->get(), SIOCSIFADDR, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCSIFADDR failed.(errno=%d)", errno);
-    return 10;
+    return kSetAddress;
   }
   *address_set = true;
   SetInet(&ifr->ifr_netmask, vdev->nipel.mask);
   if (nic_ioctl_fn(sock->get(), SIOCSIFNETMASK, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCSIFNETMASK failed.(errno=%d)", errno);
-    return 11;
+    return kSetMask;
   }
   in_addr bcast{};
   inet_pton(AF_INET, vdev->bcast, &bcast);
   SetInet(&ifr->ifr_broadaddr, bcast);
   if (nic_ioctl_fn(sock->get(), SIOCSIFBRDADDR, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCSIFBRDADDR failed.(errno=%d)", errno);
-    return 12;
+    return kSetBroadcast;
   }
   return RaiseDevice(sock->get(), ifr);
 }
@@ -117,16 +119,16 @@ int DeleteIpv6(const vdevinfo* vdev, ifreq* ifr) {
   vyr::UniqueFd sock(::socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!sock.valid()) {
     NIC_TRACE(TRACE_ERROR, "socket failed.(errno=%d)", errno);
-    return 9;
+    return kSocket;
   }
   if (nic_ioctl_fn(sock.get(), SIOCGIFINDEX, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCGIFINDEX failed.(errno=%d)", errno);
-    return 14;
+    return kGetIndex;
   }
   in6_ifreq req = Ipv6Request(vdev, ifr->ifr_ifindex);
   if (nic_ioctl_fn(sock.get(), SIOCDIFADDR, &req) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCDIFADDR failed.(errno=%d)", errno);
-    return 16;
+    return kDeleteIpv6;
   }
   NIC_TRACE(TRACE_INFO, "Delete IP successfully.");
   return 0;
@@ -136,17 +138,17 @@ int DeleteIpv4(const vdevinfo* vdev, ifreq* ifr, ifreq* null_ip) {
   vyr::UniqueFd sock(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!sock.valid()) {
     NIC_TRACE(TRACE_ERROR, "socket failed.(errno=%d)", errno);
-    return 9;
+    return kSocket;
   }
   if (nic_ioctl_fn(sock.get(), SIOCGIFFLAGS, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCGIFFLAGS failed.(errno=%d)", errno);
-    return 15;
+    return kGetFlagsOrAddress;
   }
   // Taking an alias device down removes its address.
   ifr->ifr_flags = static_cast<short>(ifr->ifr_flags & ~IFF_UP);
   if (nic_ioctl_fn(sock.get(), SIOCSIFFLAGS, ifr) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCSIFFLAGS failed.(errno=%d)", errno);
-    return 13;
+    return kSetFlags;
   }
   if (nic_ioctl_fn(sock.get(), SIOCGIFADDR, ifr) < 0) {
     if (errno == EADDRNOTAVAIL) {
@@ -154,7 +156,7 @@ int DeleteIpv4(const vdevinfo* vdev, ifreq* ifr, ifreq* null_ip) {
       return 0;
     }
     NIC_TRACE(TRACE_ERROR, "SIOCGIFADDR failed.(errno=%d)", errno);
-    return 15;
+    return kGetFlagsOrAddress;
   }
   sockaddr_in current{};
   std::memcpy(&current, &ifr->ifr_addr, sizeof current);
@@ -165,7 +167,7 @@ int DeleteIpv4(const vdevinfo* vdev, ifreq* ifr, ifreq* null_ip) {
   SetInet(&null_ip->ifr_addr, in_addr{});
   if (nic_ioctl_fn(sock.get(), SIOCSIFADDR, null_ip) < 0) {
     NIC_TRACE(TRACE_ERROR, "SIOCSIFADDR [0.0.0.0] failed.");
-    return 10;
+    return kSetAddress;
   }
   NIC_TRACE(TRACE_INFO, "Delete IP successfully.");
   return 0;

@@ -9,8 +9,18 @@
 
 #include "nicCommon/addrinfo.h"
 
-// 0 success, 9 socket, 10 address, 11 mask, 12 broadcast, 13 flags,
-// 14 interface index, 15 flags or address read, 16 IPv6 delete.
+// The results of the two functions: 0 success, or the step that failed.
+namespace vyr::nic_ioctl {
+inline constexpr int kSocket = 9;
+inline constexpr int kSetAddress = 10;
+inline constexpr int kSetMask = 11;
+inline constexpr int kSetBroadcast = 12;
+inline constexpr int kSetFlags = 13;
+inline constexpr int kGetIndex = 14;
+inline constexpr int kGetFlagsOrAddress = 15;
+inline constexpr int kDeleteIpv6 = 16;
+}  // namespace vyr::nic_ioctl
+
 // A failure after the address was set removes it again; the result stays
 // the code of the first failure.
 int nic_act_ipaddr_ioctl(struct vdevinfo* vdev);

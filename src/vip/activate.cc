@@ -15,6 +15,7 @@
 #include "vip/miiw.h"
 #include "vip/ping.h"
 #include "vip/sequence_util.h"
+#include "vip/status.h"
 #include "vip/vdev.h"
 
 namespace {
@@ -53,20 +54,17 @@ void FillDeviceRecord(const VIP_INFO* info, vdevinfo* vdev) {
 
 // The link check's verdict as the run's status, with its trace line and
 // description.
-int LinkFailureStatus(int miiw_ret) {
+int LinkFailure(int miiw_ret) {
   switch (miiw_ret) {
     case MIIW_RET_FAIL_PARAM:
       TRACE(TRACE_ERROR, "Failed to get NIC status.");
-      vip_set_shmbuf("Failed to get NIC status.");
-      return 35;
+      return vyr::Fail(vyr::status::kLinkMethod, "Failed to get NIC status.");
     case MIIW_RET_FAIL_NICDOWN:
       TRACE(TRACE_ERROR, "NIC link status was down.");
-      vip_set_shmbuf("Detected NIC Link Down.");
-      return 34;
+      return vyr::Fail(vyr::status::kLinkDown, "Detected NIC Link Down.");
     default:
       TRACE(TRACE_ERROR, "ioctl internal error.");
-      vip_set_shmbuf("Internal error. (status=%d)", 99);
-      return 99;
+      return vyr::Fail(vyr::status::kInternal);
   }
 }
 
@@ -76,8 +74,7 @@ int CheckLink(VIP_INFO* info, vdevinfo* vdev) {
   vyr::UniqueFd sock(::socket(ipv6flag ? AF_INET6 : AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!sock) {
     TRACE(TRACE_ERROR, "create socket for NIC link check failed.");
-    vip_set_shmbuf("Internal error. (status=%d)", 19);
-    return 19;
+    return vyr::Fail(vyr::status::kLinkSocket);
   }
   const char* device = vdev->vdevname[0] != '\0' ? vdev->vdevname : vdev->ifname;
   int fd = sock.get();
@@ -86,7 +83,7 @@ int CheckLink(VIP_INFO* info, vdevinfo* vdev) {
     TRACE(TRACE_INFO, "check NIC link success.");
     return 0;
   }
-  int status = LinkFailureStatus(miiw_ret);
+  const int status = LinkFailure(miiw_ret);
 
   std::memset(info->ifname, 0, sizeof info->ifname);
   std::snprintf(info->ifname, sizeof info->ifname, "%s", device);
@@ -113,15 +110,13 @@ int ActivateLocked(VIP_INFO* info) {
   TRACE(TRACE_DETAIL, "vip_ifconfig_mkth() succeeded.");
   if (num == 0) {
     TRACE(TRACE_ERROR, "No IP address");
-    vip_set_shmbuf("IP address did not exist.");
-    return 14;
+    return vyr::Fail(vyr::status::kNoAddress, "IP address did not exist.");
   }
 
   FillDeviceRecord(info, &vdev);
   if (vyr::FindAddress(list.get(), num, vyr::ToNetAddress(info->addr, ipv6flag != 0)) >= 0) {
     TRACE(TRACE_ERROR, "Already used %s.", info->addr);
-    vip_set_shmbuf("This ip address was already used.  IP=%s", info->addr);
-    return 15;
+    return vyr::Fail(vyr::status::kInUse, "This ip address was already used.  IP=%s", info->addr);
   }
 
   ret = vip_crt_vdevinfo(list.get(), num, &vdev);

@@ -12,14 +12,15 @@
 #include "nicCommon/nic_ipck.h"
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 
 namespace {
 
 // The longest address part and prefix part the receiving fields hold.
 constexpr std::size_t kAddrPartMax = VIP_ADDR_LEN - 1;
 constexpr std::size_t kPrefixPartMax = 15;
-constexpr int kMaskStatus = 31;
-constexpr int kMacStatus = 18;
+constexpr int kMaskStatus = vyr::status::kBadPrefix;
+constexpr int kMacStatus = vyr::status::kBadMac;
 
 // Converts the prefix text the way strtol does. The value is saturated to
 // the int range, so that a huge prefix never wraps round into a small one.
@@ -148,8 +149,7 @@ int vip_crt_macaddr(const char* str, unsigned char* mac) {
   TRACE(TRACE_DETAIL, "vip_crt_macaddr()  ENTRY...");
   if (str == nullptr || mac == nullptr) {
     TRACE(TRACE_ERROR, "mac address is null.");
-    vip_set_shmbuf("Internal error. (status=%d)", kMacStatus);
-    return kMacStatus;
+    return vyr::Fail(kMacStatus);
   }
   unsigned long fields[6] = {};
   const char* cursor = str;
@@ -164,8 +164,7 @@ int vip_crt_macaddr(const char* str, unsigned char* mac) {
   if (converted < 6) {
     std::memset(mac, 0, 6);
     TRACE(TRACE_ERROR, "mac adderss is invalid.");
-    vip_set_shmbuf("Internal error. (status=%d)", kMacStatus);
-    return kMacStatus;
+    return vyr::Fail(kMacStatus);
   }
   for (int i = 0; i < 6; ++i) mac[i] = static_cast<unsigned char>(fields[i] & 0xffu);
   TRACE(TRACE_DETAIL, "return(%d)", 0);

@@ -13,7 +13,7 @@
 
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
-#include "vip/globals.h"
+#include "vip/status.h"
 
 // The announcement names itself "sendarp" in the trace.
 #define ARP_TRACE(level, ...) trace((level), __FILE__, __LINE__, "sendarp", __VA_ARGS__)
@@ -27,17 +27,17 @@ constexpr uint16_t kHwTypeEthernet = 1;
 // queued on it.
 constexpr uint16_t kSocketProtocol = 0x8035;
 
-int Fail(int status) {
-  vip_set_shmbuf("Internal error. (status=%d)", status);
-  return status;
-}
+// The announcement's own failures; they are described, but never fail the run.
+constexpr int kSocketFailed = 19;
+constexpr int kNoIndex = 20;
+constexpr int kSendFailed = 21;
 
 int SendFrames(const vyr::UniqueFd& sock, const arp_packet& pkt, const sockaddr_ll& to, int num) {
   for (int i = 0; i < num; ++i) {
     if (::sendto(sock.get(), &pkt, sizeof pkt, 0, reinterpret_cast<const sockaddr*>(&to),
                  sizeof to) < 0) {
       ARP_TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
-      return Fail(21);
+      return vyr::Fail(kSendFailed);
     }
     ::sleep(1);
   }
@@ -48,7 +48,7 @@ int SendArp(const vdevinfo* vdev, int num, int opcode) {
   vyr::UniqueFd sock(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(kSocketProtocol)));
   if (!sock.valid()) {
     ARP_TRACE(TRACE_ERROR, "socket() failed. (sock=%d)", sock.get());
-    return Fail(19);
+    return vyr::Fail(kSocketFailed);
   }
   arp_packet pkt;
   vip_fill_arp_packet(vdev, opcode, &pkt);
@@ -57,7 +57,7 @@ int SendArp(const vdevinfo* vdev, int num, int opcode) {
   std::snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%.15s", vdev->ifname);
   if (::ioctl(sock.get(), SIOCGIFINDEX, &ifr) < 0) {
     ARP_TRACE(TRACE_ERROR, "ioctl(%d SIOCGIFINDEX) failed. (errno=%d)", sock.get(), errno);
-    return Fail(20);
+    return vyr::Fail(kNoIndex);
   }
   sockaddr_ll to{};
   to.sll_ifindex = ifr.ifr_ifindex;

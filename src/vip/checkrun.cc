@@ -7,8 +7,11 @@
 #include "vip/chkconf.h"
 #include "vip/config.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 
 namespace {
+
+using vyr::status::kCheckFinding;
 
 constexpr const char* kType = "vip";
 
@@ -27,7 +30,7 @@ int OpenCheckLog(const char* rscname) {
   const int ret = chk_log_init(kType, rscname, rdrctfile);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "chk_log_init() faild. (ret=%d)", ret);
-    return 1;
+    return kCheckFinding;
   }
   return 0;
 }
@@ -37,7 +40,7 @@ int CheckOneResource(const char* rscname) {
   if (vip_conf_check(rscname) == 0) {
     chkret |= CHK_LOG(CHK_LEVEL_INFO, CHK_ID_SUCCESS);
   } else {
-    chkret = 1;
+    chkret = kCheckFinding;
   }
   chkret |= chk_log_term(kType, rscname);
   return chkret;
@@ -47,7 +50,7 @@ int RejectArguments() {
   OpenCheckLog("");
   CHK_LOG(CHK_LEVEL_ERROR, CHK_ID_ARG_ERR);
   chk_log_term(kType, "");
-  return 1;
+  return kCheckFinding;
 }
 
 }  // namespace
@@ -56,14 +59,14 @@ int vip_check_run(int argc, char** argv, const char* srcrev, const char* srcdate
   TRACE(TRACE_INFO, "vip rsc configuration check. %s %s, MAKE: %s %s", srcrev, srcdate, __DATE__,
         __TIME__);
   char chkinspath[VIP_PATH_LEN] = {};
-  if (!ReadPath("cluster", "/root/cluster/check/rdrctpath", rdrctpath)) return 1;
-  if (!ReadPath("all", "/root/all/path", chkinspath)) return 1;
+  if (!ReadPath("cluster", "/root/cluster/check/rdrctpath", rdrctpath)) return kCheckFinding;
+  if (!ReadPath("all", "/root/all/path", chkinspath)) return kCheckFinding;
   const int n = std::snprintf(rdrctfile, sizeof rdrctfile, "%s/%s", chkinspath, rdrctpath);
   if (n < 0 || static_cast<std::size_t>(n) >= sizeof rdrctfile) {
     // A cut path would send the verdict to some other file.
     TRACE(TRACE_ERROR, "redirect file path is too long. (%s/%s)", chkinspath, rdrctpath);
     rdrctfile[0] = '\0';
-    return 1;
+    return kCheckFinding;
   }
   TRACE(TRACE_DETAIL, "redirect file for configuration check : %s", rdrctfile);
   if (argc == 3) return CheckOneResource(argv[2]);

@@ -6,15 +6,11 @@
 
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 
 namespace {
 
-constexpr int kInvalid = 4;
-
-int Invalid() {
-  vip_set_shmbuf("Option was invalid.");
-  return kInvalid;
-}
+int Invalid() { return vyr::Fail(vyr::status::kInvalidOption, "Option was invalid."); }
 
 struct ModeWord {
   const char* word;

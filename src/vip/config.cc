@@ -10,6 +10,7 @@
 #include "vip/addrtext.h"
 #include "vip/bindings.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 #include "vyrxml.h"
 
 int xmliniflag = 0;
@@ -17,6 +18,8 @@ int xmlconflag = 0;
 int loginiflag = 0;
 
 namespace {
+
+using namespace vyr::status;
 
 constexpr int kDefaultLogLevel = 4;
 constexpr int kDefaultLogSize = 1000000;
@@ -156,8 +159,7 @@ int ReadServerValue(const VIP_INFO* info, const char* hostname, const char* key,
   int ret = xmllib_get_srvsep_value(hostname, path, VYR_XMLTYPE_TEXT, out, &size);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "xmllib_get_srvsep_value(%s,%s) failed. (ret=%d)", path, key, ret);
-    vip_set_shmbuf("Internal error. (status=%d)", 9);
-    return 9;
+    return vyr::Fail(kServerNotConfigured);
   }
   return 0;
 }
@@ -183,12 +185,12 @@ int FillRecord(VIP_INFO* info) {
   int ret = get_hostname(hostname);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "get_hostname() failed. (ret=%d)", ret);
-    return 33;
+    return kNoHostname;
   }
   ret = xmllib_load_policy("vip");
   if (ret != 0) {
     TRACE(TRACE_ERROR, "xmllib_load_policy(%s) failed. (ret=%d)", "vip", ret);
-    return 8;
+    return kPolicyLoad;
   }
   TRACE(TRACE_DETAIL, "xmllib_load_policy(%s) succeeded.", "vip");
   ReadSettings(info);
@@ -224,18 +226,14 @@ void EndStep(int* counter, int (*step)(void), const char* name, const char* neve
 
 int vip_xml_init(void) {
   int ret = xmllib_init("vip");
-  if (ret != 0) {
-    vip_set_shmbuf("Internal error. (status=%d)", 6);
-    return 6;
-  }
+  if (ret != 0) return vyr::Fail(kXmlInit);
   ++xmliniflag;
   ret = xmllib_load_config();
   if (ret != 0) {
     // The log is not open yet when this runs at start-up; the library has
     // also printed the reason on standard error.
     TRACE(TRACE_ERROR, "xmllib_load_config() failed. (ret=%d) %s", ret, xmllib_last_error());
-    vip_set_shmbuf("Internal error. (status=%d)", 7);
-    return 7;
+    return vyr::Fail(kConfigLoad);
   }
   ++xmlconflag;
   return 0;
@@ -251,10 +249,7 @@ int vip_xml_term(void) {
 
 int vip_log_init(void) {
   if (xmlconflag == 0) return 0;
-  if (xmllib_load_policy("vip") != 0) {
-    vip_set_shmbuf("Internal error. (status=%d)", 8);
-    return 8;
-  }
+  if (xmllib_load_policy("vip") != 0) return vyr::Fail(kPolicyLoad);
   int level = LogSetting("/root/vip/log/level", kDefaultLogLevel);
   int size = LogSetting("/root/vip/log/size", kDefaultLogSize);
   xmllib_unload_policy("vip");
@@ -276,16 +271,16 @@ int vip_xml_get_path(const char* type, const char* path, char* buffer, int* size
   int ret = xmllib_load_policy(type);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "xmllib_load_policy(%s) failed. (ret=%d)", type, ret);
-    if (shmrmflag > 0) vip_set_shmbuf("Internal error. (status=%d)", 8);
-    return 8;
+    // Without the resource table nobody would read the description.
+    return shmrmflag > 0 ? vyr::Fail(kPolicyLoad) : kPolicyLoad;
   }
   TRACE(TRACE_DETAIL, "xmllib_load_policy(%s) succeeded.", type);
   ret = xmllib_get_value(path, VYR_XMLTYPE_TEXT, buffer, size);
   if (ret != 0) {
     TRACE(TRACE_WARNING, "xmllib_get_value(%s) failed. (ret=%d)", path, ret);
-    if (shmrmflag > 0) vip_set_shmbuf("Internal error. (status=%d)", 32);
+    const int status = shmrmflag > 0 ? vyr::Fail(kPathMissing) : kPathMissing;
     ReleasePolicy(type);
-    return 32;
+    return status;
   }
   return ReleasePolicy(type);
 }

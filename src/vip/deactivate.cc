@@ -11,6 +11,7 @@
 #include "vip/ipaddr_change.h"
 #include "vip/ping.h"
 #include "vip/sequence_util.h"
+#include "vip/status.h"
 
 namespace {
 
@@ -78,8 +79,7 @@ int ConfirmationResult(bool still_there, const char* ok_text, const char* over_f
   }
   TRACE(TRACE_ERROR, over_format, addr);
   if (error_switch == 0) return 0;
-  vip_set_shmbuf("Internal error. (status=%d)", status);
-  return status;
+  return vyr::Fail(status);
 }
 
 // Lists again until the address no longer shows. 0, 24, or a listing code.
@@ -98,7 +98,7 @@ int ConfirmByListing(Deactivation& run) {
   if (error != 0) return error;
   return ConfirmationResult(there, "deact check ifconfig OK.",
                             "deact check ifconfig retry count over. (ip=%s)", info->addr,
-                            info->checkiferror, 24);
+                            info->checkiferror, vyr::status::kStillListed);
 }
 
 // Probes until nobody answers at the address. 0 or 25.
@@ -114,7 +114,7 @@ int ConfirmByProbe(VIP_INFO* info) {
       &error);
   return ConfirmationResult(answering, "deact check ping OK",
                             "deact check ping retry count over. (ip=%s)", info->addr,
-                            info->checkpierror, 25);
+                            info->checkpierror, vyr::status::kStillAnswers);
 }
 
 int DeactivateLocked(VIP_INFO* info) {
@@ -127,8 +127,7 @@ int DeactivateLocked(VIP_INFO* info) {
   TRACE(TRACE_DETAIL, "vip_ifconfig_mkth() succeeded.");
   if (run.num == 0) {
     TRACE(TRACE_ERROR, "No IP address.");
-    vip_set_shmbuf("IP address did not exist.");
-    return 14;
+    return vyr::Fail(vyr::status::kNoAddress, "IP address did not exist.");
   }
 
   int found = vyr::FindAddress(run.list.get(), run.num, run.address);

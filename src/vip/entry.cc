@@ -20,15 +20,14 @@
 #include "vip/config.h"
 #include "vip/deactivate.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 
 namespace {
 
 constexpr const char* srcrev = "$Revision: 4 $";
 constexpr const char* srcdate = "$Date: 10/12/22 11:12 $";
 
-constexpr int kInvalidOption = 4;
-constexpr int kNoMemory = 10;
-constexpr int kInternal = 99;
+using namespace vyr::status;
 
 struct RecordFree {
   void operator()(VIP_INFO* p) const { std::free(p); }
@@ -64,8 +63,7 @@ int AllocateRecord(Run& run) {
   if (p == nullptr) {
     const int err = errno;
     TRACE(TRACE_ERROR, "malloc(%d) failed. (errno=%d)", static_cast<int>(sizeof(VIP_INFO)), err);
-    vip_set_shmbuf("Internal error. (status=%d)", kNoMemory);
-    return kNoMemory;
+    return vyr::Fail(kNoMemory);
   }
   TRACE(TRACE_DETAIL, "malloc(%d) succeeded.", static_cast<int>(sizeof(VIP_INFO)));
   run.record.reset(p);
@@ -85,8 +83,7 @@ int TakeManualAddress(VIP_INFO* info, const char* addrbuf) {
 int TakeResource(const VIP_INFO* info) {
   if (info->rscname[0] == '\0' || info->grpname[0] == '\0') {
     TRACE(TRACE_ERROR, "Invalid option.");
-    vip_set_shmbuf("Option was invalid.");
-    return kInvalidOption;
+    return vyr::Fail(kInvalidOption, "Option was invalid.");
   }
   if (actflag == 1) {
     TRACE(TRACE_INFO, "deactive rsc:%s, grp:%s", info->rscname, info->grpname);
@@ -130,8 +127,7 @@ int Dispatch(VIP_INFO* info) {
     case 1:
       return vip_start_deact(info);
     default:
-      vip_set_shmbuf("Internal error. (status=%d)", kInternal);
-      return kInternal;
+      return vyr::Fail(kInternal);
   }
 }
 
@@ -140,8 +136,7 @@ int Dispatch(VIP_INFO* info) {
 int RunWithRecord(int argc, char** argv, VIP_INFO* info) {
   if (argc <= 3) {
     TRACE(TRACE_ERROR, "Invalid option. (argc=%d)", argc);
-    vip_set_shmbuf("Option was invalid.");
-    return kInvalidOption;
+    return vyr::Fail(kInvalidOption, "Option was invalid.");
   }
   TRACE(TRACE_DETAIL, "argc=%d", argc);
   int ret = vip_parse_mode(argv[1]);
@@ -178,7 +173,7 @@ void ResourceMode(Run& run, int argc, char** argv) {
 void CheckMode(Run& run, int argc, char** argv) {
   run.check_mode = true;
   if (vip_init() != 0) {
-    run.chkret = 1;
+    run.chkret = kCheckFinding;
     return;
   }
   run.chkret = vip_check_run(argc, argv, srcrev, srcdate);
@@ -207,8 +202,7 @@ int vip_init(void) {
   if (uid != 0) {
     // The trace log is not open yet, so this line is normally dropped.
     TRACE(TRACE_ERROR, "Not root. (uid=%d)", static_cast<int>(uid));
-    vip_set_shmbuf("User was not superuser.");
-    return 5;
+    return vyr::Fail(kNotRoot, "User was not superuser.");
   }
   TRACE(TRACE_DETAIL, "user: root");
   const int ret = vip_xml_init();
@@ -228,8 +222,7 @@ int vip_main(int argc, char** argv) {
     // Nothing is initialised yet: the line goes nowhere and no description
     // is stored.
     TRACE(TRACE_ERROR, "Invalid option. (argc=%d)", argc);
-    run.ret = kInvalidOption;
-    vip_set_shmbuf("Option was invalid.");
+    run.ret = vyr::Fail(kInvalidOption, "Option was invalid.");
   } else if (strcasecmp(argv[1], "--test") == 0) {
     CheckMode(run, argc, argv);
   } else {

@@ -13,15 +13,11 @@
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
 #include "vip/ipaddr_cmdline.h"
+#include "vip/status.h"
 
 std::atomic<int> actthend{0};
 
 namespace {
-
-int RefuseCommand() {
-  vip_set_shmbuf("Internal error. (status=%d)", 11);
-  return 11;
-}
 
 // Runs `line` on a worker and waits for it at most `timeout` seconds.
 int RunToolCommand(const std::string& line, int timeout) {
@@ -35,8 +31,7 @@ int RunToolCommand(const std::string& line, int timeout) {
   int err = worker.Start([rec](vyr::WorkerControl&) { vip_cmd_system(rec.get()); });
   if (err != 0) {
     TRACE(TRACE_ERROR, "pthread_create(fvip_cmd_system) failed. (errno=%d,ret=%d)", err, err);
-    vip_set_shmbuf("Internal error. (status=%d)", 22);
-    return 22;
+    return vyr::Fail(vyr::status::kNoThread);
   }
   TRACE(TRACE_DETAIL, "pthread_create(vip_cmd_system) success.");
 
@@ -46,14 +41,13 @@ int RunToolCommand(const std::string& line, int timeout) {
     return rec->ret;
   }
   TRACE(TRACE_ERROR, "thread timeout. command :ifconfig");
-  vip_set_shmbuf("Internal error. (status=%d)", 22);
+  vyr::Fail(vyr::status::kNoThread);
   // Kills the tool's process group; the worker reaps it before the join.
   worker.CancelAndJoin();
   TRACE(TRACE_DETAIL, "pthread_join(vip_cmd_system) success.");
   TRACE(TRACE_DETAIL, "pthread_join(vip_cmd_system) successed.");
-  TRACE(TRACE_INFO, "return(vip_cmd_system) = %d", 23);
-  vip_set_shmbuf("Internal error. (status=%d)", 23);
-  return 23;
+  TRACE(TRACE_INFO, "return(vip_cmd_system) = %d", vyr::status::kTimeout);
+  return vyr::Fail(vyr::status::kTimeout);
 }
 
 int AddByIoctl(vdevinfo* vdev) {
@@ -61,8 +55,7 @@ int AddByIoctl(vdevinfo* vdev) {
   if (ret != 0) {
     TRACE(TRACE_ERROR, "nic_act_ipaddr_ioctl(%s -> %s(%s)) failed. (ret(in nicCommon)=%d)",
           vdev->sipel.addr, vdev->ifname, vdev->vdevname, ret);
-    vip_set_shmbuf("Add ip(%s) failed.", vdev->sipel.addr);
-    return 39;
+    return vyr::Fail(vyr::status::kAddFailed, "Add ip(%s) failed.", vdev->sipel.addr);
   }
   TRACE(TRACE_DETAIL, "nic_act_ipaddr_ioctl() succeeded.");
   return 0;
@@ -73,8 +66,7 @@ int RemoveByIoctl(vdevinfo* vdev) {
   if (ret != 0) {
     TRACE(TRACE_ERROR, "nic_deact_ipaddr_ioctl(%s -> %s) failed.(ret(in nicCommon)=%d)",
           vdev->sipel.addr, vdev->ifname, ret);
-    vip_set_shmbuf("Delete ip(%s) failed.", vdev->sipel.addr);
-    return 40;
+    return vyr::Fail(vyr::status::kRemoveFailed, "Delete ip(%s) failed.", vdev->sipel.addr);
   }
   TRACE(TRACE_DETAIL, "nic_deact_ipaddr_ioctl() succeeded.");
   return 0;
@@ -94,15 +86,13 @@ void vip_cmd_system(void* arg) {
   const vyr::WaitResult result = vyr::DecodeWaitStatus(status);
   if (!result.normal) {
     TRACE(TRACE_ERROR, "system(%s) failed. (ret=%d)", rec->cmdpath, 0);
-    vip_set_shmbuf("Internal error. (status=%d)", 11);
-    rec->ret = 11;
+    rec->ret = vyr::Fail(vyr::status::kAbnormalEnd);
   } else if (result.exit_code != 0) {
     TRACE(TRACE_ERROR, "%s failed. (ret=%d)", rec->cmdpath, result.exit_code);
-    vip_set_shmbuf("Internal error. (status=%d)", 3);
-    rec->ret = 3;
+    rec->ret = vyr::Fail(vyr::status::kToolFailed);
   } else {
     TRACE(TRACE_DETAIL, "%s succeeded.", rec->cmdpath);
-    rec->ret = 0;
+    rec->ret = vyr::status::kSuccess;
   }
   actthend.store(1);
 }
@@ -112,7 +102,7 @@ int vip_act_ipaddr(struct vdevinfo* vdev, const char* cmdpath, int timeout) {
   int ret;
   if (IsIfconfig != 0) {
     auto line = vyr::AddCommandLine(*vdev, cmdpath, ipv6flag != 0);
-    ret = line ? RunToolCommand(*line, timeout) : RefuseCommand();
+    ret = line ? RunToolCommand(*line, timeout) : vyr::Fail(vyr::status::kAbnormalEnd);
   } else {
     ret = AddByIoctl(vdev);
   }
@@ -125,7 +115,7 @@ int vip_deact_ipaddr(struct vdevinfo* vdev, VIP_INFO* pvipinfo) {
   int ret;
   if (IsIfconfig != 0) {
     auto line = vyr::RemoveCommandLine(*pvipinfo, ipv6flag != 0);
-    ret = line ? RunToolCommand(*line, pvipinfo->ifconftout) : RefuseCommand();
+    ret = line ? RunToolCommand(*line, pvipinfo->ifconftout) : vyr::Fail(vyr::status::kAbnormalEnd);
   } else {
     ret = RemoveByIoctl(vdev);
   }

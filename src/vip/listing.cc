@@ -15,6 +15,7 @@
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
 #include "vip/listing_parse.h"
+#include "vip/status.h"
 
 std::atomic<int> ifconfthend{0};
 
@@ -41,13 +42,13 @@ int CheckStatus(int status, int wait_errno, const char* cmdline) {
   const vyr::WaitResult result = vyr::DecodeWaitStatus(status);
   if (!result.normal) {
     TRACE(TRACE_ERROR, "pclose(%s) error. (ret=%d,errno=%d)", cmdline, 0, wait_errno);
-    vip_set_shmbuf("Command failed. (%s(%s), errno=%d)", "pclose", cmdline, wait_errno);
-    return 11;
+    return vyr::Fail(vyr::status::kAbnormalEnd, "Command failed. (%s(%s), errno=%d)", "pclose",
+                     cmdline, wait_errno);
   }
   if (result.exit_code != 0) {
     TRACE(TRACE_ERROR, "%s : failed. (ret=%d)", cmdline, result.exit_code);
-    vip_set_shmbuf("Command failed. (%s, ret=%d)", cmdline, result.exit_code);
-    return 3;
+    return vyr::Fail(vyr::status::kToolFailed, "Command failed. (%s, ret=%d)", cmdline,
+                     result.exit_code);
   }
   TRACE(TRACE_DETAIL, "%s : success.", cmdline);
   return 0;
@@ -60,8 +61,7 @@ int ListFromTool(struct ipaddrinfo** ipaddrlist, int* num, char* cmdpath) {
   const std::size_t pathlen = std::strlen(cmdpath);
   if (pathlen + std::strlen(kListOption) >= kLineMax) {
     TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", ENAMETOOLONG);
-    vip_set_shmbuf("Internal error. (status=%d)", 12);
-    return 12;
+    return vyr::Fail(vyr::status::kToolNotStarted);
   }
   std::snprintf(cmdpath + pathlen, kLineMax - pathlen, "%s", kListOption);
   const std::string shell_line = vyr::ShellQuote(std::string_view(cmdpath, pathlen)) + kListOption;
@@ -69,8 +69,7 @@ int ListFromTool(struct ipaddrinfo** ipaddrlist, int* num, char* cmdpath) {
   auto child = vyr::StartCommand(shell_line, vyr::ChildProcess::Output::kPipe);
   if (!child) {
     TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", errno);
-    vip_set_shmbuf("Internal error. (status=%d)", 12);
-    return 12;
+    return vyr::Fail(vyr::status::kToolNotStarted);
   }
   vyr::IfconfigListParser parser;
   char line[kLineMax];
@@ -93,8 +92,7 @@ int ListFromKernel(struct ipaddrinfo** ipaddrlist, int* num) {
   const int ret = nic_get_all_info(ipaddrlist, num);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "nic_get_all_info() failed. (ret(in nicCommon)=%d)", ret);
-    vip_set_shmbuf("Get nic info failed.");
-    return 38;
+    return vyr::Fail(vyr::status::kKernelList, "Get nic info failed.");
   }
   return 0;
 }
@@ -108,8 +106,7 @@ int ListThroughWorker(struct ipaddrinfo** ipaddrlist, int* num, const char* cmdp
   const int started = worker.Start([&record](vyr::WorkerControl&) { vip_cmd_popen(&record); });
   if (started != 0) {
     TRACE(TRACE_ERROR, "pthread_create(vip_cmd_popen) failed. (errno=%d,ret=%d)", started, started);
-    vip_set_shmbuf("Internal error. (status=%d)", 22);
-    return 22;
+    return vyr::Fail(vyr::status::kNoThread);
   }
   // A limit of 0 or less times out at once, after the worker has started.
   const bool finished = timeout > 0 && worker.WaitFor(std::chrono::seconds(timeout));
@@ -118,9 +115,8 @@ int ListThroughWorker(struct ipaddrinfo** ipaddrlist, int* num, const char* cmdp
     worker.CancelAndJoin();
     // The worker may have completed just as the limit passed.
     std::free(record.list);
-    TRACE(TRACE_INFO, "return(vip_cmd_popen) = %d", 23);
-    vip_set_shmbuf("Internal error. (status=%d)", 23);
-    return 23;
+    TRACE(TRACE_INFO, "return(vip_cmd_popen) = %d", vyr::status::kTimeout);
+    return vyr::Fail(vyr::status::kTimeout);
   }
   worker.Join();
   *ipaddrlist = record.list;

@@ -12,6 +12,7 @@
 #include "tracersc/tracersc.h"
 #include "vip/addrtext.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 
 namespace vyr {
 
@@ -49,8 +50,7 @@ int IfconfigListParser::AddEntry() {
             static_cast<int>(bytes), errno);
       list_.reset();
       count_ = capacity_ = 0;
-      vip_set_shmbuf("Internal error. (status=%d)", 10);
-      return 10;
+      return Fail(status::kNoMemory);
     }
     (void)list_.release();  // realloc has taken the old block over
     list_.reset(static_cast<ipaddrinfo*>(grown));

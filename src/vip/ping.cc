@@ -9,13 +9,13 @@
 
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 #include "vyrxml.h"
 
 namespace {
 
-constexpr int kNoMemory = 10;
-constexpr int kInUse = 15;
-constexpr int kThreadFailed = 22;
+using namespace vyr::status;
+
 constexpr int kEventInUse = 10;
 constexpr int kEventForced = 11;
 
@@ -132,7 +132,7 @@ void StartProbes(PIP_INFO pip, std::vector<VIP_THREAD_INFO>& pth) {
     } catch (const std::system_error& e) {
       TRACE(TRACE_ERROR, "pthread_create(vip_ping_retry) failed. (ip=%s,errno=%d,ret=%d)",
             rec->addr, e.code().value(), e.code().value());
-      th->ret = kThreadFailed;
+      th->ret = kNoThread;
     }
   }
 }
@@ -156,7 +156,7 @@ int Combine(const PIP_INFO pip, const std::vector<VIP_THREAD_INFO>& pth) {
   int result = 0;
   for (std::size_t i = 0; i < pth.size(); ++i) {
     if (pip[i].ret != 0) result = pip[i].ret;
-    if (pth[i].ret != 0 && result == 0) result = kThreadFailed;
+    if (pth[i].ret != 0 && result == 0) result = kNoThread;
   }
   return result;
 }
@@ -205,9 +205,8 @@ int vip_ping_mkth(PIP_INFO pip, int ipnum) {
     } catch (const std::bad_alloc&) {
       TRACE(TRACE_ERROR, "malloc(%d) (pth) failed. (errno:%d)",
             static_cast<int>(static_cast<std::size_t>(ipnum) * sizeof(VIP_THREAD_INFO)), ENOMEM);
-      vip_set_shmbuf("Internal error. (status=%d)", kNoMemory);
       TRACE(TRACE_DETAIL, "return(%d)", kNoMemory);
-      return kNoMemory;
+      return vyr::Fail(kNoMemory);
     }
     StartProbes(pip, pth);
     JoinProbes(pip, pth);
@@ -220,9 +219,9 @@ int vip_ping_mkth(PIP_INFO pip, int ipnum) {
     result = 0;
   }
   if (result == kInUse) {
-    vip_set_shmbuf("IP address was already used.");
+    vyr::Fail(result, "IP address was already used.");
   } else if (result != 0) {
-    vip_set_shmbuf("Internal error. (status=%d)", result);
+    vyr::Fail(result);
   }
   TRACE(TRACE_DETAIL, "return(%d)", result);
   return result;

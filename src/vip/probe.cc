@@ -14,16 +14,14 @@
 #include "tracersc/tracersc.h"
 #include "vip/addrtext.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 
 namespace {
 
-constexpr int kFree = 0;
+using namespace vyr::status;
+
+// The neighbour lookup's own results (only traced, never a run status).
 constexpr int kLookupFailed = 3;
-constexpr int kBadExit = 2;
-constexpr int kAbnormal = 11;
-constexpr int kNotStarted = 12;
-constexpr int kNoPingCommand = 13;
-constexpr int kInUse = 15;
 constexpr int kNoMac = 26;
 constexpr int kMacLen = vip::kMacTextLen;
 constexpr int kLineLen = vip::kLookupLineLen;
@@ -117,15 +115,15 @@ int vip_chk_ip_response(PIP_INFO pip) {
   int ret;
   if (!st_ping.normal) {
     TRACE(TRACE_ERROR, "ping to %s failed (before system()).", pip->addr);
-    ret = kAbnormal;
+    ret = kAbnormalEnd;
   } else if (st_ping.exit_code == 1) {
-    ret = kFree;
+    ret = kSuccess;
   } else if (st_ping.exit_code == 0) {
     TraceResponder(pip);
     ret = kInUse;
   } else {
     TRACE(TRACE_ERROR, "ping to %s failed (after system()).", pip->addr);
-    ret = kBadExit;
+    ret = kPingUnexpected;
   }
   TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;
@@ -140,9 +138,8 @@ int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr) {
   auto child = vyr::StartCommand(cmdline, vyr::ChildProcess::Output::kPipe);
   if (!child) {
     TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", errno);
-    vip_set_shmbuf("Internal error. (status=%d)", kNotStarted);
-    TRACE(TRACE_DETAIL, "return(%d)", kNotStarted);
-    return kNotStarted;
+    TRACE(TRACE_DETAIL, "return(%d)", kToolNotStarted);
+    return vyr::Fail(kToolNotStarted);
   }
   char found[kMacLen] = {};
   const bool have_mac = ReadMac(*child, found);
@@ -153,12 +150,11 @@ int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr) {
   int ret;
   if (!st.normal) {
     TRACE(TRACE_ERROR, "pclose(%s) error. (ret=%d,errno=%d)", cmdline.c_str(), 0, wait_errno);
-    vip_set_shmbuf("Command failed. (%s(%s), errno=%d)", "pclose", cmdline.c_str(), wait_errno);
-    ret = kAbnormal;
+    ret = vyr::Fail(kAbnormalEnd, "Command failed. (%s(%s), errno=%d)", "pclose", cmdline.c_str(),
+                    wait_errno);
   } else if (st.exit_code != 0) {
     TRACE(TRACE_ERROR, "%s : failed. (ret=%d)", cmdline.c_str(), st.exit_code);
-    vip_set_shmbuf("Command failed. (%s, ret=%d)", cmdline.c_str(), st.exit_code);
-    ret = kLookupFailed;
+    ret = vyr::Fail(kLookupFailed, "Command failed. (%s, ret=%d)", cmdline.c_str(), st.exit_code);
   } else {
     TRACE(TRACE_DETAIL, "%s : success.", cmdline.c_str());
     ret = have_mac ? 0 : kNoMac;

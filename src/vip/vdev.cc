@@ -11,8 +11,11 @@
 #include "tracersc/tracersc.h"
 #include "vip/addrtext.h"
 #include "vip/globals.h"
+#include "vip/status.h"
 
 namespace {
+
+using namespace vyr::status;
 
 constexpr int kAliasCount = VIP_MAX_ALIAS + 1;
 
@@ -110,20 +113,19 @@ int ChooseAlias(const ipaddrinfo* list, int num, const char* base, bool has_alia
   if (has_alias) {
     if (vip_chk_ifname(list, LookupCount(num), vdev->ifname) != 0) {
       TRACE(TRACE_ERROR, "vip interface already used. [IF: %s]", vdev->ifname);
-      return 28;
+      return kAliasInUse;
     }
     std::snprintf(vdev->vdevname, sizeof vdev->vdevname, "%s", vdev->ifname);
   } else {
     char cand[VIP_NAME_LEN] = {};
     if (!FirstFreeAlias(list, num, base, cand)) {
       TRACE(TRACE_ERROR, "Not found vip interface. [IP: %s]", vdev->sipel.addr);
-      vip_set_shmbuf("Vip interface was not found.");
-      return 17;
+      return vyr::Fail(kNoInterface, "Vip interface was not found.");
     }
     std::memcpy(vdev->vdevname, cand, sizeof cand);
     if (std::strlen(vdev->vdevname) > VIP_MAX_DEVNAME) {
       TRACE(TRACE_ERROR, "Interface name is too long.");
-      return 30;
+      return kNameTooLong;
     }
   }
   TRACE(TRACE_INFO, "vdev  : %s", vdev->vdevname);
@@ -168,7 +170,7 @@ int CreateVdevInfo(const ipaddrinfo* list, int num, vdevinfo* vdev) {
   }
   if (vdev->ifname[0] == '\0') {
     TRACE(TRACE_ERROR, "not found vip interface.");
-    return 17;
+    return kNoInterface;
   }
   // The interface itself is matched by exact name; only the alias
   // collision test ignores case.
