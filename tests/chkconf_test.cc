@@ -78,6 +78,15 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
       // The comment is judged first; the bad properties are never examined.
       {"nocomment", {1, {"E [097] Path of Comment does not exist."}}},
       {"longcomment", {1, {"E [098] Length of Comment is out of range."}}},
+      // The defence settings: sound at both ends of their ranges, and each
+      // fault named in table order.
+      {"defence", {0, {}}},
+      {"baddefence",
+       {1,
+        {"E [004] Value of NA Retry is out of range. (value=11)",
+         "E [014] Value of DAD Timeout is not a number. (value=2s)",
+         "E [003] Parameter ARP Probe Timeout is empty."}}},
+      {"negdefence", {1, {"E [004] Value of ARP Probe Timeout is out of range. (value=-1)"}}},
       {"longproto",
        {99, {"E [003] Parameter Source IP Address is empty.", "E [099] Internal error occurred."}}},
   };

@@ -76,14 +76,17 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
   const std::string example = VYR_SOURCE_DIR "/docs/cluster.example.xml";
   const std::string act =
       "ping       = cmd:bin/vyrping,to:1,rty:0,itv:1,frc:0,nps:0|arp        = cmd:arp,num:1,"
-      "opcode:1|ifconfig   = cmd:ifconfig,to:60|";
+      "opcode:1|";
+  // Activation alone reads the settings that defend the address.
+  const std::string defence = "defence    = na:0,dad:0,arpprobe:0|";
+  const std::string ifconfig = "ifconfig   = cmd:ifconfig,to:60|";
   const std::string chk =
       "chk ifconf = exec:1,rty:3,itv:1,err:0|chk ping   = exec:1,rty:3,itv:1,err:0|";
   const std::string va0 = "isMiiw=0|ip:192.0.2.10, mask:255.255.255.0, ifname:va0|24 0 0 0 ";
   const std::string eth =
       "isMiiw=0|ip:192.0.2.10, mask:255.255.255.0, ifname:eth0:1|24 0 0 0 /opt/vyrcluster";
-  const std::string tools =
-      "arp        = cmd:/usr/sbin/arp,num:3,opcode:2|ifconfig   = cmd:/sbin/ifconfig,to:7|";
+  const std::string arp = "arp        = cmd:/usr/sbin/arp,num:3,opcode:2|";
+  const std::string tools = "ifconfig   = cmd:/sbin/ifconfig,to:7|";
   const std::string v6 = "isMiiw=1|ip:2001:db8::10, mask:ffff:ffff:ffff:ffff::, ifname:va0:3|64 ";
   const struct {
     std::string config, policies;
@@ -91,17 +94,17 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
     std::string want;
     const char* rsc = "vip1";
   } cases[] = {
-      {"agent-minimal.xml", kBare, 1, 0, act + chk + va0 + "/opt/vyrtest"},
-      {example, kBare, 0, 0, act + eth},
-      {example, kBare, 1, 0, act + chk + eth},
+      {"agent-minimal.xml", kBare, 1, 0, act + ifconfig + chk + va0 + "/opt/vyrtest"},
+      {example, kBare, 0, 0, act + defence + ifconfig + eth},
+      {example, kBare, 1, 0, act + ifconfig + chk + eth},
       {"agent-full.xml", kShipped, 0, 0,
-       "ping       = cmd:bin/myping,to:5,rty:4,itv:2,frc:1,nps:1|" + tools + v6 +
-           "1 1 1 /opt/vyrtest"},
+       "ping       = cmd:bin/myping,to:5,rty:4,itv:2,frc:1,nps:1|" + arp +
+           "defence    = na:3,dad:2000,arpprobe:1000|" + tools + v6 + "1 1 1 /opt/vyrtest"},
       {"agent-full.xml", kShipped, 1, 0,
-       "ping       = cmd:bin/myping,to:1,rty:0,itv:1,frc:0,nps:2|" + tools +
+       "ping       = cmd:bin/myping,to:1,rty:0,itv:1,frc:0,nps:2|" + arp + tools +
            "chk ifconf = exec:0,rty:6,itv:4,err:1|chk ping   = exec:0,rty:8,itv:9,err:1|" + v6 +
            "0 1 0 /opt/vyrtest"},
-      {"agent-nopath.xml", kShipped, 0, 0, act + va0 + "/opt/vyrcluster"},
+      {"agent-nopath.xml", kShipped, 0, 0, act + defence + ifconfig + va0 + "/opt/vyrcluster"},
       {"agent-minimal.xml", kShipped, 0, 9,
        "xmllib_get_srvsep_value(/root/resource/vip@vip9/parameters/ip,ip) failed. (ret=4)", "vip9"},
       {"agent-noifname.xml", kShipped, 0, 9,

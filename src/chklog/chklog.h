@@ -29,6 +29,7 @@ enum logindex {
   CHK_ID_PROT_TAIL_ERR,
   CHK_ID_PROT_ERR,
   CHK_ID_REQUIRED_ERR,
+  CHK_ID_NUMBER_ERR,
   CHK_ID_COMMENT_PATH_ERR,
   CHK_ID_COMMENT_RANGE_ERR,
   CHK_ID_INTERNAL_ERR,
@@ -50,6 +51,7 @@ enum logindex {
 #define CHK_ID_PROT_TAIL_ERR_MSG "Remove tail blank. (value=%s)"
 #define CHK_ID_PROT_ERR_MSG "Routing Protocol is invalid. (value=%s)"
 #define CHK_ID_REQUIRED_ERR_MSG "Parameter %s is required for each server."
+#define CHK_ID_NUMBER_ERR_MSG "Value of %s is not a number. (value=%s)"
 #define CHK_ID_COMMENT_PATH_ERR_MSG "Path of Comment does not exist."
 #define CHK_ID_COMMENT_RANGE_ERR_MSG "Length of Comment is out of range."
 #define CHK_ID_INTERNAL_ERR_MSG "Internal error occurred."

@@ -56,6 +56,13 @@ int WalkProperties(const char* rscname, int* failure) {
     *failure = ret;
   } else {
     verdict = ret;
+    ret = vip_defence_check(rscname);
+    if (ret == CHK_RESULT_INCOMPLETE) {
+      TRACE(TRACE_ERROR, "vip_defence_check() failed. (ret=%d)", ret);
+      *failure = ret;
+    } else {
+      verdict |= ret;
+    }
   }
   int unload = xmllib_unload_policy(kPolicy);
   if (unload != VYR_XMLERR_SUCCESS) {

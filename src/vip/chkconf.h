@@ -34,6 +34,12 @@ int vip_comment_check(const char* rscname);
 // ipv6flag by the text. 0, or 1 with a finding.
 int vip_ipaddr_check(const char* value);
 
+// The advertisement count, the DAD wait and the ARP probe time: each may be
+// missing; when set it must be a number in the policy's range (findings
+// numbered as the numeric checks). 0, 1, or 99 when a value cannot be read.
+// The caller has loaded the resource type's policy.
+int vip_defence_check(const char* rscname);
+
 // The check functions of the property table. Each takes the value read from
 // the configuration (a text, or an int for the send interval) and returns 0
 // when it is good, 1 when a finding was written.

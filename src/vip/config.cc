@@ -54,6 +54,11 @@ constexpr IntSetting kArp[] = {
     {"arp/retry", &VIP_INFO::arpnum, 1},
     {"arp/opcode", &VIP_INFO::arpopcode, 1},
 };
+constexpr IntSetting kDefence[] = {
+    {"na/retry", &VIP_INFO::nanum, 0},
+    {"dad/timeout", &VIP_INFO::dadtout, 0},
+    {"arpprobe/timeout", &VIP_INFO::arpprobetout, 0},
+};
 constexpr IntSetting kIfconfig[] = {
     {"ifconfig/timeout", &VIP_INFO::ifconftout, 60},
 };
@@ -134,6 +139,11 @@ void ReadSettings(VIP_INFO* info) {
   ReadInts(info, kArp);
   TRACE(TRACE_INFO, "arp        = cmd:%s,num:%d,opcode:%d", info->arpcmd, info->arpnum,
         info->arpopcode);
+  if (actflag == 0) {
+    ReadInts(info, kDefence);
+    TRACE(TRACE_INFO, "defence    = na:%d,dad:%d,arpprobe:%d", info->nanum, info->dadtout,
+          info->arpprobetout);
+  }
 
   ReadCommonText(kIfconfigPath, info->ifconfcmd, "ifconfig");
   ReadInts(info, kIfconfig);

@@ -41,4 +41,8 @@ typedef struct _VIP_INFO {
   int miiw_method;
   int isMiiw;
   int ifconfuse;
+  // Defence of the address, activation only; 0 (the default) turns each off.
+  int nanum;         // unsolicited Neighbor Advertisements after an IPv6 activation
+  int dadtout;       // ms to wait for the kernel's DAD verdict on an IPv6 address
+  int arpprobetout;  // ms of ARP probing before an IPv4 activation
 } VIP_INFO, *PVIP_INFO;
