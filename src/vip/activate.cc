@@ -5,11 +5,14 @@
 
 #include <cstdio>
 #include <cstring>
+#include <system_error>
+#include <thread>
 
 #include "nicCommon/addrinfo.h"
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
 #include "vip/arp.h"
+#include "vip/arp_probe.h"
 #include "vip/globals.h"
 #include "vip/ipaddr_change.h"
 #include "vip/miiw.h"
@@ -20,21 +23,54 @@
 
 namespace {
 
-// The duplicate-address probe before anything is changed. 0 lets the
+// The ARP probe's verdict as the status description, once both probes are
+// over, so that the description always goes with the status returned.
+int ArpProbeStatus(int ret) {
+  if (ret == 15) {
+    vip_set_shmbuf("IP address was already used.");
+  } else if (ret != 0) {
+    vip_set_shmbuf("Internal error. (status=%d)", ret);
+  }
+  return ret;
+}
+
+// The duplicate-address probes before anything is changed: the ping probe
+// and, for IPv4 when configured, the ARP probe beside it on a thread of its
+// own, so that together they take as long as the slower one. 0 lets the
 // activation go on.
 int ProbeBeforeActivation(VIP_INFO* info) {
-  if (info->pingtout == 0) return 0;
+  const bool ping = info->pingtout != 0;
+  const bool arp = info->arpprobetout > 0 && !ipv6flag;
+  if (!ping && !arp) return 0;
   if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
     TRACE(TRACE_INFO, "ping was not executed because npsimu is enabled.");
     return 0;
   }
-  int ret = vip_ping(info);
-  if (ret != 0) {
-    TRACE(TRACE_ERROR, "vip_ping() failed. (ret=%d)", ret);
-  } else {
-    TRACE(TRACE_DETAIL, "vip_ping() succeeded.");
+  int arp_ret = 0;
+  std::jthread arp_probe;
+  if (arp) {
+    try {
+      arp_probe = std::jthread([info, &arp_ret] { arp_ret = vip_arp_probe_act(info); });
+    } catch (const std::system_error& e) {
+      TRACE(TRACE_WARNING, "pthread_create(vip_arp_probe) failed. (errno=%d)", e.code().value());
+    }
   }
-  return ret;
+  int ret = 0;
+  if (ping) {
+    ret = vip_ping(info);
+    if (ret != 0) {
+      TRACE(TRACE_ERROR, "vip_ping() failed. (ret=%d)", ret);
+    } else {
+      TRACE(TRACE_DETAIL, "vip_ping() succeeded.");
+    }
+  }
+  if (arp_probe.joinable()) {
+    arp_probe.join();
+  } else if (arp) {
+    arp_ret = vip_arp_probe_act(info);  // no thread to be had: one after the other
+  }
+  if (ret != 0) return ret;
+  return ArpProbeStatus(arp_ret);
 }
 
 // The device record as the settings describe the address.

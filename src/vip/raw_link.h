@@ -1,0 +1,35 @@
+// Raw link-layer sockets shared by the frames the agent builds itself (the
+// ARP probe, the Neighbor Advertisements): opening one on an interface and
+// reading the interface's index and MAC address. Any thread.
+#pragma once
+
+#include <cstdint>
+
+#include "unique_fd.h"
+
+namespace vyr {
+
+inline constexpr int kMacLen = 6;
+
+// A close-on-exec AF_PACKET raw socket that receives nothing until it is
+// bound (protocol 0): a filter can be attached before the first frame is
+// queued. Invalid on failure, with errno set.
+UniqueFd OpenPacketSocket();
+
+// The index of the interface `name`; an alias name ("eth0:1") stands for its
+// interface. 0 on failure, with errno set.
+unsigned LinkIndex(int fd, const char* name);
+
+// The interface's own MAC address (6 bytes). False on failure, errno set.
+bool LinkMac(int fd, const char* name, unsigned char* mac);
+
+// Binds `fd` to receive frames of `ethertype` (host order) on `ifindex`.
+bool BindLink(int fd, unsigned ifindex, uint16_t ethertype);
+
+// Sends one whole frame out of `ifindex`. False on failure, errno set.
+bool SendFrame(int fd, unsigned ifindex, const void* frame, std::size_t len);
+
+// "xx:xx:xx:xx:xx:xx" into `out` (at least 18 bytes).
+void FormatMac(const unsigned char* mac, char* out, std::size_t outlen);
+
+}  // namespace vyr
