@@ -64,4 +64,126 @@ TEST_F(Defence, ArpProbeRefusalRaisesTheInUseEvent) {
              15, "IP address was already used.", "", "192.0.2.72", "[event 10] 192.0.2.72"}});
 }
 
+// The peer holds the IPv6 address: with a DAD time limit the kernel's
+// "dadfailed" fails the activation and the address is gone; without one
+// the activation succeeds as it always did.
+TEST_F(Defence, DadFailureTakesTheAddressAway) {
+  ASSERT_EQ(0, pair_->InPeer("ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
+  const std::string noping = "<ping><timeout>0</timeout></ping>";
+  RunSteps({
+      {"", "--active", "dad",
+       OnVa0("2001:db8::40/64", noping + "<dad><timeout>8000</timeout></dad>"), 15,
+       "This ip address was already used.  IP=2001:db8::40", "", "2001:db8::40/",
+       "DAD failed for 2001:db8::40 on va0."},
+      {"", "--active", "nodad", OnVa0("2001:db8::40/64", noping), 0, "Success.", "2001:db8::40/64"},
+  });
+}
+
+// A free IPv6 address passes DAD within the limit and stays.
+TEST_F(Defence, DadPassesForAFreeAddress) {
+  RunSteps({{"", "--active", "free", OnVa0("2001:db8::41/64", "<dad><timeout>8000</timeout></dad>"),
+             0, "Success.", "2001:db8::41/64", "dadfailed", "DAD of 2001:db8::41 on va0 passed."}});
+  EXPECT_FALSE(Contains(AgentAddrs("-6"), "tentative")) << AgentAddrs("-6");
+}
+
+// The bytes of each frame in tcpdump -xx output, in order.
+std::vector<std::vector<unsigned char>> Frames(const std::string& dump) {
+  std::vector<std::vector<unsigned char>> frames;
+  std::istringstream lines(dump);
+  std::string line;
+  while (std::getline(lines, line)) {
+    const std::size_t at = line.find("0x");
+    if (at == std::string::npos || line.find(':', at) == std::string::npos || at > 2) {
+      // A packet's summary line begins with its time stamp.
+      if (line.find(" IP6 ") != std::string::npos) frames.emplace_back();
+      continue;
+    }
+    if (frames.empty()) continue;
+    std::istringstream words(line.substr(line.find(':', at) + 1));
+    std::string word;
+    while (words >> word) {
+      for (std::size_t i = 0; i + 1 < word.size(); i += 2) {
+        frames.back().push_back(
+            static_cast<unsigned char>(std::stoi(word.substr(i, 2), nullptr, 16)));
+      }
+    }
+  }
+  return frames;
+}
+
+std::vector<unsigned char> Bytes(const std::string& mac) {
+  std::vector<unsigned char> out(6);
+  std::sscanf(mac.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &out[0], &out[1], &out[2], &out[3],
+              &out[4], &out[5]);
+  return out;
+}
+
+std::vector<unsigned char> Bytes(const char* addr6) {
+  std::vector<unsigned char> out(16);
+  inet_pton(AF_INET6, addr6, out.data());
+  return out;
+}
+
+// The advertisement the wire must carry, its checksum worked out here from
+// RFC 4443's pseudo-header.
+std::vector<unsigned char> ExpectedAdvert(const std::string& mac, const std::string& source,
+                                          const char* target) {
+  std::vector<unsigned char> f = {0x33, 0x33, 0, 0, 0, 1};
+  auto add = [&f](const std::vector<unsigned char>& b) { f.insert(f.end(), b.begin(), b.end()); };
+  add(Bytes(mac));
+  add({0x86, 0xdd, 0x60, 0, 0, 0, 0, 32, 58, 255});
+  add(Bytes(source.c_str()));
+  add(Bytes("ff02::1"));
+  add({136, 0, 0, 0, 0x20, 0, 0, 0});
+  add(Bytes(target));
+  add({2, 1});
+  add(Bytes(mac));
+  uint32_t sum = 32 + 58;
+  for (std::size_t i = 22; i < f.size(); i += 2) sum += static_cast<uint32_t>(f[i] << 8 | f[i + 1]);
+  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
+  f[56] = static_cast<unsigned char>(~sum >> 8);
+  f[57] = static_cast<unsigned char>(~sum);
+  return f;
+}
+
+// The advertisements the peer catches, byte by byte, and its neighbour entry
+// for the address, which had another MAC: it follows the agent with
+// advertisements and stays where it was without them.
+TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
+  const std::string mac = Mac(pair_->agent(), "va0");
+  std::string out;
+  pair_->InAgent("ip -6 -o addr show dev va0 scope link", &out);
+  const std::size_t at = out.find("fe80:");
+  ASSERT_NE(at, std::string::npos) << out;
+  const std::string linklocal = out.substr(at, out.find('/', at) - at);
+  const std::string catching =
+      "(ip netns exec $P timeout 60 tcpdump -l -xx -i vb0 -n -c 2 'ether src " + mac +
+      " and icmp6 and ip6[40] = 136' >$D/na 2>&1 &); for i in $(seq 200); do grep -qs listening "
+      "$D/na && break; sleep 0.05; done; ";
+  RunSteps({
+      {(catching + "ip -n $P -6 neigh replace 2001:db8::50 lladdr 02:00:00:00:00:99 dev vb0 nud "
+                   "stale")
+           .c_str(),
+       "--active", "na", OnVa0("2001:db8::50/64", "<na><retry>2</retry></na>"), 0, "Success.",
+       "2001:db8::50/64", "", "vip_send_na() OK."},
+      {"ip -n $P -6 neigh replace 2001:db8::51 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
+       "--active", "none", OnVa0("2001:db8::51/64"), 0, "Success.", "2001:db8::51/64"},
+  });
+  std::string neigh;
+  pair_->InPeer("ip -6 neigh show dev vb0", &neigh);
+  EXPECT_TRUE(Contains(neigh, "2001:db8::50 lladdr " + mac)) << neigh;
+  EXPECT_TRUE(Contains(neigh, "2001:db8::51 lladdr 02:00:00:00:00:99")) << neigh;
+
+  std::string dump;
+  for (int i = 0; i < 200 && Frames(dump).size() < 2; ++i) {
+    usleep(50000);
+    dump = vyrtest::ReadFile(env_.dir() + "/na");
+  }
+  const auto frames = Frames(dump);
+  ASSERT_EQ(frames.size(), 2u) << dump;
+  for (const auto& frame : frames) {
+    EXPECT_EQ(frame, ExpectedAdvert(mac, linklocal, "2001:db8::50")) << dump;
+  }
+}
+
 }  // namespace

@@ -13,9 +13,11 @@
 #include "unique_fd.h"
 #include "vip/arp.h"
 #include "vip/arp_probe.h"
+#include "vip/dad_wait.h"
 #include "vip/globals.h"
 #include "vip/ipaddr_change.h"
 #include "vip/miiw.h"
+#include "vip/na.h"
 #include "vip/ping.h"
 #include "vip/sequence_util.h"
 #include "vip/status.h"
@@ -173,12 +175,26 @@ int ActivateLocked(VIP_INFO* info) {
     if (ret != 0) return ret;
   }
 
+  bool announce = false;
+  if (ipv6flag) {
+    ret = vip_dad_check(info, &vdev, &announce);
+    if (ret != 0) return ret;
+  }
+
   if (info->arpnum != 0 && !ipv6flag) {
     ret = vip_send_arp(&vdev, info->arpnum, info->arpopcode);
     if (ret != 0) {
       TRACE(TRACE_WARNING, "vip_send_arp() failed. (ret=%d)", ret);
     } else {
       TRACE(TRACE_INFO, "vip_send_arp() OK.");
+    }
+  }
+  if (announce) {
+    ret = vip_send_na(&vdev, info->nanum);
+    if (ret != 0) {
+      TRACE(TRACE_WARNING, "vip_send_na() failed. (ret=%d)", ret);
+    } else {
+      TRACE(TRACE_INFO, "vip_send_na() OK.");
     }
   }
   return 0;
