@@ -238,7 +238,14 @@ for key, cmd in commands.items():
     md.append("%s: %s" % (key, cmd))
 md.append("peak memory: ip netns exec <ns> /usr/bin/time -f %M <prefix>/bin/vyrvip --active -r <resource> -g grp1")
 md.append("```")
-with open(os.path.join(out, "RESULTS.md"), "w") as f:
+# Sections other scripts wrote (bench/defence) stay as they are.
+results = os.path.join(out, "RESULTS.md")
+if os.path.exists(results):
+    kept = open(results).read()
+    begin = kept.find("<!-- BEGIN ")
+    if begin >= 0:
+        md.append("\n" + kept[begin:].rstrip("\n"))
+with open(results, "w") as f:
     f.write("\n".join(md) + "\n")
 
 # The chart: agent against baseline medians, log scale.
