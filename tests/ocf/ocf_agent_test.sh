@@ -191,8 +191,10 @@ expect "IPv6 stop" "0 0" "$rc $(on_node 2001:db8::10/128)"
 
 # A neighbour already answers at the address: the duplicate probe refuses.
 ip -n "$peer" addr add 198.51.100.20/24 dev vo1
-ocf vipdup start ip=198.51.100.20/24 nic=vo0 check_ping_execute=0
+timeout_ms=20000 ocf vipdup start ip=198.51.100.20/24 nic=vo0 check_ping_execute=0
 expect "duplicate: code" 1 "$rc"
+# The defaults' bound that docs/pacemaker.md gives.
+grep -q 'start timeout of 20s is shorter than the 182s' <<<"$err" || fail "no warning about the default start bound: $err"
 expect "duplicate: reason" "IP address was already used. (vyrvip --active exit status 15)" "$(reason)"
 expect "duplicate: address not added" 0 "$(on_node 198.51.100.20)"
 
