@@ -267,12 +267,13 @@ exit "$(cat "${0%/bin/*}/status")"
 END
 cat >"$fake/bin/vyrctl" <<'END'
 #!/bin/sh
-[ "$1" = status ] && printf 'pacemaker\tvip\tvipfake\tStored text.\n'
+[ "$1" = status ] && printf 'pacemaker\tvip\tvipfake\t%s\n' "$(cat "${0%/bin/*}/description")"
 exit 0
 END
 chmod 755 "$fake/bin/vyrvip" "$fake/bin/vyrctl"
 sed "s|^VYR_PREFIX=.*|VYR_PREFIX='$fake'|" "$agent" >"$fake/agent"
 chmod 755 "$fake/agent"
+echo "Stored text." >"$fake/description"
 declare -A code
 for s in $(seq 1 40) 99; do code[$s]=1; done
 for s in 4 9 17 28 30 31 32 35; do code[$s]=6; done
@@ -287,6 +288,17 @@ for s in "${!code[@]}"; do
 	*) expect "reason for status $s" "Stored text. (vyrvip --active exit status $s)" "$(reason)" ;;
 	esac
 done
+# A failure that writes no description leaves "Success." in the table; a
+# killed program leaves the previous run's row.
+echo "Success." >"$fake/description"
+for s in 33 137; do
+	echo "$s" >"$fake/status"
+	agent_under_test=$fake/agent ocf vipfake start ip=198.51.100.50 nic=vo0
+	reasons+=("$rc $(reason)")
+done
+expect "reasons when nothing was stored" \
+	"1 the host name is not available (vyrvip --active exit status 33)|1 vyrvip was killed by signal 9 (vyrvip --active exit status 137)" \
+	"$(IFS='|'; echo "${reasons[*]}")"
 
 if [ "$failures" -gt 0 ]; then
 	echo "$failures check(s) failed"
