@@ -62,8 +62,9 @@ for n in $(ip netns list | grep -o '^vyrocf-[0-9]*-[ap]'); do
 	kill -0 "${p%%-*}" 2>/dev/null || ip netns del "$n"
 done
 
+# Naming the component keeps the build's own install_manifest.txt as it is.
 if ! out=$(cmake -DCMAKE_INSTALL_PREFIX="$prefix" -DVYR_OCF_DIR="${agent%/*}" \
-	-P "$build/cmake_install.cmake" 2>&1); then
+	-DCMAKE_INSTALL_COMPONENT=Unspecified -P "$build/cmake_install.cmake" 2>&1); then
 	echo "FAIL: installing the build: $out"
 	exit 1
 fi
