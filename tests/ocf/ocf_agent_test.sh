@@ -156,29 +156,29 @@ expect "ocf-tester leaves the address off" 0 "$(on_node 198.51.100.10)"
 
 # --- settings reach the program; the configuration file ---------------------
 
-conf=$HA_RSCTMP/vyrvip/vipset.xml
+conf=$HA_RSCTMP/vyrvip/vip--set.xml
 settings=(ip=198.51.100.11/24 nic=vo0 ping_timeout=0 arp_retry=0 arp_opcode=2 ifconfig_use=1
 	ifconfig_timeout=30 check_ping_execute=0 check_ifconfig_retry=2 check_ifconfig_interval=0
 	check_ifconfig_error=1 defmethod=2)
-timeout_ms=20000 ocf vipset start "${settings[@]}"
+timeout_ms=20000 ocf vip--set start "${settings[@]}"
 expect "start with settings" "0 " "$rc $(reason)"
 # Three interface-tool runs of 30 s do not fit a 20 s start.
 grep -q 'start timeout of 20s is shorter than the 90s' <<<"$err" || fail "no warning about the start timeout: $err"
 expect "address on vo0:0" 1 "$(ip -n "$node" -o addr show label vo0:0 to 198.51.100.11 | wc -l)"
 expect "configuration file mode and owner" "600 root" "$(stat -c '%a %U' "$conf" 2>&1)"
 log=$VYR_LOG_DIR/vip.log
-grep -q 'vipset.*ping       = cmd:bin/vyrping,to:0,rty:0,itv:1,frc:0,nps:0' "$log" || fail "ping settings not in the trace log"
-grep -q 'vipset.*arp        = cmd:arp,num:0,opcode:2' "$log" || fail "arp settings not in the trace log"
-grep -q 'vipset.*ifconfig   = cmd:ifconfig,to:30' "$log" || fail "ifconfig settings not in the trace log"
-expect "monitor of the started address" 0 "$(interval=10000 ocf vipset monitor "${settings[@]}"; echo $rc)"
-timeout_ms=400000 ocf vipset stop "${settings[@]}"
+grep -q 'vip--set.*ping       = cmd:bin/vyrping,to:0,rty:0,itv:1,frc:0,nps:0' "$log" || fail "ping settings not in the trace log"
+grep -q 'vip--set.*arp        = cmd:arp,num:0,opcode:2' "$log" || fail "arp settings not in the trace log"
+grep -q 'vip--set.*ifconfig   = cmd:ifconfig,to:30' "$log" || fail "ifconfig settings not in the trace log"
+expect "monitor of the started address" 0 "$(interval=10000 ocf vip--set monitor "${settings[@]}"; echo $rc)"
+timeout_ms=400000 ocf vip--set stop "${settings[@]}"
 expect "stop" 0 "$rc"
 grep -q 'timeout' <<<"$err" && fail "warning about a stop timeout that is long enough: $err"
-grep -q 'vipset.*chk ifconf = exec:1,rty:2,itv:0,err:1' "$log" || fail "check settings not in the trace log"
-grep -q 'vipset.*chk ping   = exec:0,' "$log" || fail "check/ping settings not in the trace log"
+grep -q 'vip--set.*chk ifconf = exec:1,rty:2,itv:0,err:1' "$log" || fail "check settings not in the trace log"
+grep -q 'vip--set.*chk ping   = exec:0,' "$log" || fail "check/ping settings not in the trace log"
 expect "address gone after stop" 0 "$(on_node 198.51.100.11)"
 [ ! -e "$conf" ] || fail "configuration file left after stop"
-expect "stored description" "$(printf 'pacemaker\tvip\tvipset\tSuccess.')" "$("$prefix/bin/vyrctl" status | grep vipset)"
+expect "stored description" "$(printf 'pacemaker\tvip\tvip--set\tSuccess.')" "$("$prefix/bin/vyrctl" status | grep vip--set)"
 
 v6=(ip=2001:db8::10/64 nic=vo0 ping_timeout=0 check_ping_execute=0)
 ocf vip6 start "${v6[@]}"
