@@ -27,7 +27,7 @@ void BM_ParseOlderListing(benchmark::State& state) {
   for (auto _ : state) {
     ipaddrinfo* list = nullptr;
     int num = 0;
-    if (vyr::ParseIfconfigText(text, &list, &num) != 0 || num != state.range(0)) {
+    if (vyr::ParseIfconfigText(text, ipv6flag != 0, &list, &num) != 0 || num != state.range(0)) {
       state.SkipWithError("the listing did not parse");
       break;
     }

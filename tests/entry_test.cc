@@ -36,7 +36,7 @@ class EntryTest : public ::testing::Test {
   int Run(const std::string& args, const std::string& wrapper = "") const {
     std::string cmd = env_ + wrapper + " " + kVyrvip;
     std::istringstream words(args);
-    for (std::string w; words >> w;) cmd += " " + vyr::ShellQuote(w);
+    for (std::string w; words >> w;) cmd.append(" ").append(vyr::ShellQuote(w));
     return vyrtest::Sh(cmd + " >/dev/null");
   }
   // "LEVEL text" of the trace log's lines of `level`, or of all for "".

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "nicCommon/nic_ioctl.h"
 #include "support/fake_tool.h"
 #include "support/netns_fixture.h"
 #include "unique_fd.h"
@@ -68,7 +69,7 @@ TEST(MiiRegisterTest, RegistersDecideTheLink) {
       {1, 1, 0x786d, 0x786d, MIIW_RET_FAIL_IOCTL},
       {1, 0, 0x786d, 0x786d, MIIW_RET_FAIL_IOCTL_NOTSUPPORT},
   };
-  vyrtest::ScopedGlobal<MiiwIoctlFn> seam{vip_miiw_ioctl_fn, PlayedIoctl};
+  vyrtest::ScopedGlobal<NicIoctlFn> seam{nic_ioctl_fn, PlayedIoctl};
   for (const Phy& c : cases) {
     phy = &c;
     reads = 0;

@@ -1,17 +1,16 @@
 #include "nicCommon/nic_ifconfig_probe.h"
 
-#include <strings.h>
-
 #include <cctype>
 #include <cerrno>
-#include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "common/command.h"
-#include "common/shell.h"
-#include "common/timed_worker.h"
+#include "common/text.h"
+#include "common/timed_run.h"
 #include "tracersc/tracersc.h"
 
 std::atomic<int> nic_actthend{0};
@@ -28,29 +27,10 @@ vyr::Invocation SearchInvocation() {
   return vyr::Invocation::Program({"which", "ifconfig"}).Quiet();
 }
 vyr::Invocation ListInvocation() { return vyr::Invocation::Program({"ifconfig", "-a"}); }
-constexpr std::size_t kLineMax = 1024;
-
-constexpr std::string_view kSeparators = " \t\n";
-
-std::vector<std::string_view> SplitTokens(std::string_view line) {
-  std::vector<std::string_view> tokens;
-  std::size_t pos = 0;
-  while ((pos = line.find_first_not_of(kSeparators, pos)) != std::string_view::npos) {
-    std::size_t end = line.find_first_of(kSeparators, pos);
-    if (end == std::string_view::npos) end = line.size();
-    tokens.push_back(line.substr(pos, end - pos));
-    pos = end;
-  }
-  return tokens;
-}
-
-bool EqualsNoCase(std::string_view token, std::string_view word) {
-  return token.size() == word.size() && ::strncasecmp(token.data(), word.data(), word.size()) == 0;
-}
-
 // 0 when ifconfig is on PATH, else the probe code (18 or 20).
-int SearchIfconfig() {
-  const vyr::WaitResult result = vyr::DecodeWaitStatus(vyr::RunCommand(SearchInvocation()));
+int SearchIfconfig(vyr::WorkerControl* control) {
+  const vyr::WaitResult result =
+      vyr::DecodeWaitStatus(vyr::RunCommand(SearchInvocation(), control));
   if (!result.normal) {
     TRACE(TRACE_ERROR, "system(%s) failed. (ret=%d)", kSearchCommand, 0);
     return vyr::nic_probe::kSearchAbnormal;
@@ -66,15 +46,15 @@ int SearchIfconfig() {
 
 // Reads the listing until its layout shows: 0 older, 22 newer or none found.
 int ReadLayout(vyr::ChildProcess& child) {
-  char line[kLineMax];
+  char line[vyr::kLineMax];
   while (child.ReadLine(line, sizeof line)) {
-    const nic::IfconfigLayout layout = nic::ScanLayoutLine(line);
-    if (layout == nic::IfconfigLayout::kOlder) {
+    const vyr::IfconfigLayout layout = vyr::ScanLayoutLine(line);
+    if (layout == vyr::IfconfigLayout::kOlder) {
       TRACE(TRACE_INFO, "parsing succeed,the format of %s is the same as RHEL 6 or previous.",
             kListCommand);
       return 0;
     }
-    if (layout == nic::IfconfigLayout::kNewer) break;
+    if (layout == vyr::IfconfigLayout::kNewer) break;
   }
   TRACE(TRACE_INFO, "parsing failed,the format of %s is the same as RHEL 7.", kListCommand);
   return vyr::nic_probe::kNewerLayout;
@@ -82,8 +62,8 @@ int ReadLayout(vyr::ChildProcess& child) {
 
 // Closing early (the layout was found) may end the tool by a broken pipe;
 // that is only traced, the code stands.
-void CloseListing(vyr::ChildProcess& child) {
-  const int status = vyr::WaitCommand(child);
+void CloseListing(vyr::ChildProcess& child, vyr::WorkerControl* control) {
+  const int status = vyr::WaitCommand(child, control);
   const int saved_errno = errno;
   const vyr::WaitResult result = vyr::DecodeWaitStatus(status);
   if (!result.normal) {
@@ -95,46 +75,48 @@ void CloseListing(vyr::ChildProcess& child) {
   }
 }
 
-int ProbeLayout() {
-  const int searched = SearchIfconfig();
+int ProbeLayout(vyr::WorkerControl* control) {
+  const int searched = SearchIfconfig(control);
   if (searched != 0) return searched;
-  auto child = vyr::StartCommand(ListInvocation(), vyr::ChildProcess::Output::kPipe);
+  auto child = vyr::StartCommand(ListInvocation(), vyr::ChildProcess::Output::kPipe, control);
   if (!child) {
     TRACE(TRACE_ERROR, "popen(%s, 'r') failed. (errno=%d)", kListCommand, errno);
     return vyr::nic_probe::kListNotStarted;
   }
   TRACE(TRACE_DETAIL, "popen(%s, 'r') succeeded.", kListCommand);
   const int code = ReadLayout(*child);
-  CloseListing(*child);
+  CloseListing(*child, control);
   return code;
 }
 
 }  // namespace
 
-namespace nic {
+namespace vyr {
 
 IfconfigLayout ScanLayoutLine(const char* line) {
-  const std::string_view text(line);
-  const std::vector<std::string_view> tokens = SplitTokens(text);
-  if (tokens.empty()) return IfconfigLayout::kUndecided;
-  const bool opens_block = !std::isspace(static_cast<unsigned char>(text.front()));
-  if (opens_block && tokens.front().back() == ':') return IfconfigLayout::kNewer;
-  for (std::size_t i = opens_block ? 1 : 0; i + 1 < tokens.size(); ++i) {
+  char copy[kLineMax];
+  std::snprintf(copy, sizeof copy, "%s", line);
+  const bool opens_block = !std::isspace(static_cast<unsigned char>(copy[0]));
+  char* tokens[kMaxTokens];
+  const int n = CutTokens(copy, tokens, kMaxTokens);
+  if (n == 0) return IfconfigLayout::kUndecided;
+  if (opens_block && tokens[0][std::strlen(tokens[0]) - 1] == ':') return IfconfigLayout::kNewer;
+  for (int i = opens_block ? 1 : 0; i + 1 < n; ++i) {
     if ((EqualsNoCase(tokens[i], "inet") || EqualsNoCase(tokens[i], "inet6")) &&
-        vyr::StartsWithNoCase(tokens[i + 1], "addr:")) {
+        StartsWithNoCase(tokens[i + 1], "addr:")) {
       return IfconfigLayout::kOlder;
     }
   }
   return IfconfigLayout::kUndecided;
 }
 
-}  // namespace nic
+}  // namespace vyr
 
 void nic_cmd_chk(void* arg) {
   TRACE(TRACE_DETAIL, "nic_cmd_chk()  ENTRY...");
-  const int code = ProbeLayout();
-  *static_cast<int*>(arg) = code;
-  TRACE(TRACE_DETAIL, "return(%d)", code);
+  auto* record = static_cast<NIC_CHK_INFO*>(arg);
+  record->ret = ProbeLayout(record->control);
+  TRACE(TRACE_DETAIL, "return(%d)", record->ret);
 }
 
 int nic_chk_isifconfig(int* IsIfconfig, int ifconfuse, int ifconfout) {
@@ -144,27 +126,28 @@ int nic_chk_isifconfig(int* IsIfconfig, int ifconfuse, int ifconfout) {
     TRACE(TRACE_DETAIL, "return(%d)", 0);
     return 0;
   }
-  // Declared before the worker: the worker is joined (or cancelled and
-  // joined) when `worker` goes out of scope, so chkret outlives it.
-  int chkret = -1;
-  vyr::TimedWorker worker(nic_actthend);
-  const int started = worker.Start([&chkret](vyr::WorkerControl&) { nic_cmd_chk(&chkret); });
-  if (started != 0) {
-    TRACE(TRACE_ERROR, "pthread_create(nic_cmd_chk) failed. (errno=%d,ret=%d)", started, started);
+  NIC_CHK_INFO record{-1, nullptr};
+  const vyr::TimedResult run =
+      vyr::RunTimed(nic_actthend, ifconfout,
+                    [&record](vyr::WorkerControl& control) {
+                      record.control = &control;
+                      nic_cmd_chk(&record);
+                    },
+                    {.started = nullptr, .timed_out = [func = __func__] {
+                       trace(TRACE_ERROR, __FILE__, __LINE__, func, "thread timeout nic_cmd_chk.");
+                     }});
+  if (run.outcome == vyr::TimedOutcome::kNotStarted) {
+    TRACE(TRACE_ERROR, "pthread_create(nic_cmd_chk) failed. (errno=%d,ret=%d)", run.start_error,
+          run.start_error);
     TRACE(TRACE_DETAIL, "return(%d)", vyr::nic_probe::kNoThread);
     return vyr::nic_probe::kNoThread;
   }
-  // A limit of 0 or less times out at once, even if the worker is quick.
-  const bool finished = ifconfout > 0 && worker.WaitFor(std::chrono::seconds(ifconfout));
-  if (!finished) {
-    TRACE(TRACE_ERROR, "thread timeout nic_cmd_chk.");
-    worker.CancelAndJoin();
+  if (run.outcome == vyr::TimedOutcome::kTimedOut) {
     TRACE(TRACE_INFO, "return(nic_cmd_chk) = %d", vyr::nic_probe::kTimeout);
     TRACE(TRACE_DETAIL, "return(%d)", vyr::nic_probe::kTimeout);
     return vyr::nic_probe::kTimeout;
   }
-  worker.Join();
-  if (chkret == 0) *IsIfconfig = 1;
+  if (record.ret == 0) *IsIfconfig = 1;
   TRACE(TRACE_DETAIL, "return(%d)", 0);
   return 0;
 }

@@ -4,6 +4,10 @@
 
 #include <atomic>
 
+namespace vyr {
+class WorkerControl;
+}
+
 extern std::atomic<int> nic_actthend;  // completion flag of the probe's worker
 
 namespace vyr::nic_probe {
@@ -24,14 +28,18 @@ inline constexpr int kNewerLayout = 22;     // newer or unknown layout
 // returns).
 int nic_chk_isifconfig(int* IsIfconfig, int ifconfuse, int ifconfout);
 
-// The probe's worker body; `arg` points to the int that receives its code:
-// 0 older layout, or one of the worker codes above.
-// nic_chk_isifconfig runs it under a vyr::TimedWorker, which sets
-// nic_actthend as the worker's last act; called on its own it runs the
-// commands without a limit and leaves the flag alone.
+// The probe worker's record: lent to the worker until it is joined.
+typedef struct _NIC_CHK_INFO {
+  int ret;                      // 0 older layout, or one of the worker codes above
+  vyr::WorkerControl* control;  // the timed run the worker belongs to; null: no limit
+} NIC_CHK_INFO;
+
+// The probe's worker body; `arg` is the NIC_CHK_INFO record.
+// nic_chk_isifconfig runs it under vyr::RunTimed, which sets nic_actthend
+// as the worker's last act.
 void nic_cmd_chk(void* arg);
 
-namespace nic {
+namespace vyr {
 
 enum class IfconfigLayout {
   kUndecided,  // the line says nothing about the layout
@@ -39,7 +47,8 @@ enum class IfconfigLayout {
   kNewer,      // a block whose name ends with ':' (eth0: flags=...)
 };
 
-// Examines one line of "ifconfig -a" output, with or without its newline.
+// Examines one line of "ifconfig -a" output as the probe reads it (at most
+// kLineMax - 1 characters), with or without its newline.
 IfconfigLayout ScanLayoutLine(const char* line);
 
-}  // namespace nic
+}  // namespace vyr

@@ -18,10 +18,6 @@
 // The interface layer names itself by module in its trace lines.
 #define NIC_TRACE(level, ...) trace((level), "src/nicCommon", __LINE__, __func__, __VA_ARGS__)
 
-int nic_ioctl_kernel(int fd, unsigned long request, void* arg) { return ::ioctl(fd, request, arg); }
-
-NicIoctlFn nic_ioctl_fn = nic_ioctl_kernel;
-
 namespace {
 
 using namespace vyr::nic_ioctl;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "nicCommon/addrinfo.h"
+#include "nicCommon/nic_ioctl.h"  // every request goes through nic_ioctl_fn
 
 // The results of the two functions: 0 success, or the step that failed.
 namespace vyr::nic_ioctl {
@@ -28,10 +29,3 @@ int nic_act_ipaddr_ioctl(struct vdevinfo* vdev);
 // the address if the device still carries it. IPv6: deletes the address
 // from the interface.
 int nic_deact_ipaddr_ioctl(struct vdevinfo* vdev);
-
-// Every interface ioctl of the two functions goes through this pointer
-// (::ioctl by default), so that a test can make one request fail halfway
-// through. Change it only while no other thread adds or removes addresses.
-using NicIoctlFn = int (*)(int fd, unsigned long request, void* arg);
-extern NicIoctlFn nic_ioctl_fn;
-int nic_ioctl_kernel(int fd, unsigned long request, void* arg);

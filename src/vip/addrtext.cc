@@ -1,7 +1,6 @@
 #include "vip/addrtext.h"
 
 #include <arpa/inet.h>
-#include <strings.h>
 
 #include <cerrno>
 #include <climits>
@@ -9,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/text.h"
 #include "nicCommon/nic_ipck.h"
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
@@ -90,6 +90,10 @@ int vip_ipck(const char* paddr) {
 }
 
 int vip_div_ipmask(const char* addrbuf, char* addr, char* mask, int* masklen) {
+  return vip_div_ipmask(addrbuf, addr, mask, masklen, ipv6flag != 0);
+}
+
+int vip_div_ipmask(const char* addrbuf, char* addr, char* mask, int* masklen, bool ipv6) {
   TRACE(TRACE_DETAIL, "vip_div_ipmask()  ENTRY...");
   if (addrbuf == nullptr || addr == nullptr || mask == nullptr || masklen == nullptr) {
     TRACE(TRACE_ERROR, "vip_div_ipmask() got a null argument.");
@@ -125,12 +129,12 @@ int vip_div_ipmask(const char* addrbuf, char* addr, char* mask, int* masklen) {
     TRACE(TRACE_ERROR, "Mask is not set.");
     return kMaskStatus;
   }
-  const int max_bits = ipv6flag ? 128 : 32;
+  const int max_bits = ipv6 ? 128 : 32;
   if (parsed.value > max_bits) {
     TRACE(TRACE_ERROR, "over max mask bit num.(mask bit=%d)", parsed.value);
     return kMaskStatus;
   }
-  if (ipv6flag) {
+  if (ipv6) {
     BuildMask6(parsed.value, mask);
   } else {
     BuildMask4(parsed.value, mask);
@@ -174,7 +178,7 @@ int vip_crt_macaddr(const char* str, unsigned char* mac) {
 int vip_chk_ifname(const struct ipaddrinfo* ipaddrlist, uint16_t listnum, const char* ifname) {
   if (ipaddrlist == nullptr || ifname == nullptr) return 0;
   for (uint16_t i = 0; i < listnum; ++i) {
-    if (strcasecmp(ipaddrlist[i].ifname, ifname) == 0) return 1;
+    if (vyr::EqualsNoCase(ipaddrlist[i].ifname, ifname)) return 1;
   }
   return 0;
 }

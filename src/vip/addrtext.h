@@ -1,7 +1,8 @@
 // Text helpers for addresses: family, address/prefix split, newline cut,
 // MAC text to bytes and name lookup in an address list. They keep no state
-// of their own; vip_div_ipmask reads ipv6flag, vip_crt_macaddr writes the
-// status description on failure. Safe from worker threads.
+// of their own; the four-argument vip_div_ipmask reads ipv6flag,
+// vip_crt_macaddr writes the status description on failure. Safe from
+// worker threads.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,8 @@ int vip_ipck(const char* paddr);
 // 15 gives 31 and writes nothing. A negative prefix is accepted (mask all
 // zero); callers that need a non-negative one test masklen.
 int vip_div_ipmask(const char* addrbuf, char* addr, char* mask, int* masklen);
+// The same for the family the caller names (IPv6 when `ipv6`).
+int vip_div_ipmask(const char* addrbuf, char* addr, char* mask, int* masklen, bool ipv6);
 // Cuts the text at its last newline.
 void vip_chop(char* str);
 // "%x:%x:%x:%x:%x:%x" into 6 bytes (the low 8 bits of each field). 0, or 18

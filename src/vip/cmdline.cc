@@ -1,9 +1,8 @@
 #include "vip/cmdline.h"
 
-#include <strings.h>
-
 #include <cstring>
 
+#include "common/text.h"
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
 #include "vip/status.h"
@@ -38,7 +37,7 @@ constexpr ValueOption kOptions[] = {
 
 const ValueOption* FindOption(const char* arg) {
   for (const ValueOption& option : kOptions) {
-    if (strcasecmp(arg, option.name) == 0) return &option;
+    if (vyr::EqualsNoCase(arg, option.name)) return &option;
   }
   return nullptr;
 }
@@ -66,7 +65,7 @@ Field FieldOf(const ValueOption& option, VIP_INFO* info, char* addrbuf, std::siz
 
 int vip_parse_mode(const char* word) {
   for (const ModeWord& mode : kModes) {
-    if (strcasecmp(word, mode.word) != 0) continue;
+    if (!vyr::EqualsNoCase(word, mode.word)) continue;
     actflag = mode.act;
     if (mode.manual) ++nomuseflag;
     if (mode.dynamic) dynamicflag = 1;

@@ -1,6 +1,5 @@
 #include "vip/entry.h"
 
-#include <strings.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +8,7 @@
 #include <cstring>
 #include <memory>
 
+#include "common/text.h"
 #include "nicCommon/nic_ifconfig_probe.h"
 #include "tracersc/tracersc.h"
 #include "vip/activate.h"
@@ -223,7 +223,7 @@ int vip_main(int argc, char** argv) {
     // is stored.
     TRACE(TRACE_ERROR, "Invalid option. (argc=%d)", argc);
     run.ret = vyr::Fail(kInvalidOption, "Option was invalid.");
-  } else if (strcasecmp(argv[1], "--test") == 0) {
+  } else if (vyr::EqualsNoCase(argv[1], "--test")) {
     CheckMode(run, argc, argv);
   } else {
     ResourceMode(run, argc, argv);

@@ -1,14 +1,11 @@
 #include "vip/ipaddr_change.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "common/command.h"
-#include "common/shell.h"
-#include "common/timed_worker.h"
+#include "common/timed_run.h"
 #include "nicCommon/nic_ipaddr_ioctl.h"
 #include "tracersc/tracersc.h"
 #include "vip/globals.h"
@@ -21,30 +18,34 @@ namespace {
 
 // Runs `line` on a worker and waits for it at most `timeout` seconds.
 int RunToolCommand(const std::string& line, int timeout) {
-  // Shared with the worker, so the record lives as long as either side.
-  auto rec = std::make_shared<IP_CMD_INFO>();
-  std::memset(rec.get(), 0, sizeof *rec);
-  std::snprintf(rec->cmdpath, sizeof rec->cmdpath, "%s", line.c_str());
-  TRACE(TRACE_INFO, "system(%s)...", rec->cmdpath);
+  IP_CMD_INFO rec{};
+  std::snprintf(rec.cmdpath, sizeof rec.cmdpath, "%s", line.c_str());
+  TRACE(TRACE_INFO, "system(%s)...", rec.cmdpath);
 
-  vyr::TimedWorker worker(actthend);
-  int err = worker.Start([rec](vyr::WorkerControl&) { vip_cmd_system(rec.get()); });
-  if (err != 0) {
-    TRACE(TRACE_ERROR, "pthread_create(fvip_cmd_system) failed. (errno=%d,ret=%d)", err, err);
+  const vyr::TimedResult run = vyr::RunTimed(
+      actthend, timeout,
+      [&rec](vyr::WorkerControl& control) {
+        rec.control = &control;
+        vip_cmd_system(&rec);
+      },
+      {.started =
+           [func = __func__] {
+             trace(TRACE_DETAIL, __FILE__, __LINE__, func,
+                   "pthread_create(vip_cmd_system) success.");
+           },
+       .timed_out =
+           [func = __func__] {
+             trace(TRACE_ERROR, __FILE__, __LINE__, func, "thread timeout. command :ifconfig");
+             vyr::Fail(vyr::status::kNoThread);
+           }});
+  if (run.outcome == vyr::TimedOutcome::kNotStarted) {
+    TRACE(TRACE_ERROR, "pthread_create(fvip_cmd_system) failed. (errno=%d,ret=%d)", run.start_error,
+          run.start_error);
     return vyr::Fail(vyr::status::kNoThread);
   }
-  TRACE(TRACE_DETAIL, "pthread_create(vip_cmd_system) success.");
-
-  if (timeout > 0 && worker.WaitFor(std::chrono::seconds(timeout))) {
-    worker.Join();
-    TRACE(TRACE_DETAIL, "pthread_join(vip_cmd_system) success.");
-    return rec->ret;
-  }
-  TRACE(TRACE_ERROR, "thread timeout. command :ifconfig");
-  vyr::Fail(vyr::status::kNoThread);
-  // Kills the tool's process group; the worker reaps it before the join.
-  worker.CancelAndJoin();
   TRACE(TRACE_DETAIL, "pthread_join(vip_cmd_system) success.");
+  if (run.outcome == vyr::TimedOutcome::kFinished) return rec.ret;
+  // The tool's process group was killed; the worker reaped it before the join.
   TRACE(TRACE_DETAIL, "pthread_join(vip_cmd_system) successed.");
   TRACE(TRACE_INFO, "return(vip_cmd_system) = %d", vyr::status::kTimeout);
   return vyr::Fail(vyr::status::kTimeout);
@@ -76,11 +77,9 @@ int RemoveByIoctl(vdevinfo* vdev) {
 
 void vip_cmd_system(void* arg) {
   auto* rec = static_cast<IP_CMD_INFO*>(arg);
-  const int status = vyr::RunCommand(rec->cmdpath);
-  const vyr::WorkerControl* control = vyr::CurrentWorkerControl();
-  if (control != nullptr && control->cancelled()) {
+  const int status = vyr::RunCommand(rec->cmdpath, rec->control);
+  if (rec->control != nullptr && rec->control->cancelled()) {
     // The waiter gave up and killed the tool; its result is never seen.
-    actthend.store(1);
     return;
   }
   const vyr::WaitResult result = vyr::DecodeWaitStatus(status);
@@ -94,7 +93,6 @@ void vip_cmd_system(void* arg) {
     TRACE(TRACE_DETAIL, "%s succeeded.", rec->cmdpath);
     rec->ret = vyr::status::kSuccess;
   }
-  actthend.store(1);
 }
 
 int vip_act_ipaddr(struct vdevinfo* vdev, const char* cmdpath, int timeout) {

@@ -12,9 +12,16 @@
 #include "nicCommon/addrinfo.h"
 #include "vip/vip_info.h"
 
+namespace vyr {
+class WorkerControl;
+}
+
+// The command worker's record: filled by the caller, lent to the worker
+// until it is joined.
 typedef struct _IP_CMD_INFO {
   int ret;
   char cmdpath[VIP_PATH_LEN];
+  vyr::WorkerControl* control;  // the timed run the worker belongs to
 } IP_CMD_INFO, *PIP_CMD_INFO;
 
 // 0 while the command worker runs, 1 once it has finished.
@@ -27,7 +34,6 @@ int vip_act_ipaddr(struct vdevinfo* vdev, const char* cmdpath, int timeout);
 // settings (ifconfcmd, ifname, addr, masklen, ifconftout), the ioctl way from
 // the device record.
 int vip_deact_ipaddr(struct vdevinfo* vdev, VIP_INFO* pvipinfo);
-// Worker body: runs the record's command line through the shell, leaves
-// 0, 3 or 11 in `ret` and sets actthend. A worker whose waiter gave up
-// reports nothing.
+// Worker body: runs the record's command line through the shell and leaves
+// 0, 3 or 11 in `ret`. A worker whose waiter gave up reports nothing.
 void vip_cmd_system(void* arg);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "common/shell.h"
+#include "common/text.h"
 #include "tracersc/tracersc.h"
 
 namespace vyr {

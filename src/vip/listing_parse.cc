@@ -1,14 +1,13 @@
 #include "vip/listing_parse.h"
 
 #include <arpa/inet.h>
-#include <strings.h>
 
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
-#include "common/shell.h"
+#include "common/text.h"
 #include "tracersc/tracersc.h"
 #include "vip/addrtext.h"
 #include "vip/globals.h"
@@ -19,23 +18,10 @@ namespace vyr {
 namespace {
 
 constexpr int kFirstCapacity = 16;
-constexpr std::size_t kLineMax = 1024;
-// A line of at most 1023 characters holds at most 512 tokens.
-constexpr int kMaxTokens = static_cast<int>(kLineMax / 2);
-
-int SplitTokens(char* line, char** tokens) {
-  int n = 0;
-  char* save = nullptr;
-  for (char* tok = ::strtok_r(line, " \t\n", &save); tok != nullptr && n < kMaxTokens;
-       tok = ::strtok_r(nullptr, " \t\n", &save)) {
-    tokens[n++] = tok;
-  }
-  return n;
-}
 
 }  // namespace
 
-IfconfigListParser::IfconfigListParser() : ipv6_(ipv6flag != 0) {}
+IfconfigListParser::IfconfigListParser(bool ipv6) : ipv6_(ipv6) {}
 
 // Grows geometrically so that long listings cost linear time; new room is
 // zeroed as every entry starts empty.
@@ -92,7 +78,8 @@ int IfconfigListParser::TakeIpv6Address(const char* token) {
     std::memcpy(entry.macaddr, block.macaddr, 6);
   }
   ipaddrinfo& entry = current();
-  const int ret = vip_div_ipmask(token, entry.sipel.addr, entry.sipel.mask, &entry.sipel.masklen);
+  const int ret =
+      vip_div_ipmask(token, entry.sipel.addr, entry.sipel.mask, &entry.sipel.masklen, true);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "vip_div_ipmask failed. (ret=%d)", ret);
     return ret;
@@ -105,19 +92,19 @@ int IfconfigListParser::TakeIpv6Address(const char* token) {
 int IfconfigListParser::ExamineIpv4(char** tokens, int n, int* i, bool* hw_pending) {
   const char* tok = tokens[*i];
   ipaddrinfo& entry = current();
-  if (::strcasecmp(tok, "inet") == 0) {
+  if (EqualsNoCase(tok, "inet")) {
     if (*i + 1 >= n) return 0;  // an "inet" ending the line takes nothing
     tok = tokens[++*i];
-    if (vyr::StartsWithNoCase(tok, "addr:")) {
+    if (StartsWithNoCase(tok, "addr:")) {
       std::snprintf(entry.sipel.addr, sizeof entry.sipel.addr, "%s", tok + 5);
       if (::inet_pton(AF_INET, entry.sipel.addr, &entry.nipel.addr) != 1) entry.nipel.addr = {};
       return 0;
     }
   }
-  if (vyr::StartsWithNoCase(tok, "mask:")) {
+  if (StartsWithNoCase(tok, "mask:")) {
     std::snprintf(entry.sipel.mask, sizeof entry.sipel.mask, "%s", tok + 5);
     if (::inet_pton(AF_INET, entry.sipel.mask, &entry.nipel.mask) != 1) entry.nipel.mask = {};
-  } else if (::strcasecmp(tok, "HWaddr") == 0) {
+  } else if (EqualsNoCase(tok, "HWaddr")) {
     *hw_pending = true;
   }
   return 0;
@@ -125,15 +112,15 @@ int IfconfigListParser::ExamineIpv4(char** tokens, int n, int* i, bool* hw_pendi
 
 int IfconfigListParser::ExamineIpv6(char** tokens, int n, int* i, bool* hw_pending) {
   const char* tok = tokens[*i];
-  if (::strcasecmp(tok, "inet6") == 0) {
+  if (EqualsNoCase(tok, "inet6")) {
     if (*i + 1 >= n) return 0;
     tok = tokens[++*i];
-    if (vyr::StartsWithNoCase(tok, "addr:")) {
+    if (StartsWithNoCase(tok, "addr:")) {
       if (*i + 1 >= n) return 0;
       return TakeIpv6Address(tokens[++*i]);
     }
   }
-  if (::strcasecmp(tok, "HWaddr") == 0) *hw_pending = true;
+  if (EqualsNoCase(tok, "HWaddr")) *hw_pending = true;
   return 0;
 }
 
@@ -141,7 +128,7 @@ int IfconfigListParser::FeedLine(char* line) {
   vip_chop(line);
   const bool opens_block = line[0] != '\0' && !std::isspace(static_cast<unsigned char>(line[0]));
   char* tokens[kMaxTokens];
-  const int n = SplitTokens(line, tokens);
+  const int n = CutTokens(line, tokens, kMaxTokens);
   int i = 0;
   if (opens_block && n > 0) {
     const int ret = OpenBlock(tokens[0]);
@@ -169,8 +156,8 @@ void IfconfigListParser::Release(ipaddrinfo** list, int* num) {
   count_ = capacity_ = 0;
 }
 
-int ParseIfconfigText(std::string_view text, ipaddrinfo** list, int* num) {
-  IfconfigListParser parser;
+int ParseIfconfigText(std::string_view text, bool ipv6, ipaddrinfo** list, int* num) {
+  IfconfigListParser parser(ipv6);
   char line[kLineMax];
   while (!text.empty()) {
     // Cut like a 1024-byte line read: up to the newline, at most 1023 bytes.

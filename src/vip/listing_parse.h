@@ -14,10 +14,8 @@ namespace vyr {
 
 class IfconfigListParser {
  public:
-  // The family parsed follows ipv6flag as it is when the parser is made;
-  // the IPv6 prefix split reads ipv6flag too, so it must not change while
-  // the parser is in use.
-  IfconfigListParser();
+  // Reads the IPv6 layout when `ipv6`, else the IPv4 one.
+  explicit IfconfigListParser(bool ipv6);
   IfconfigListParser(const IfconfigListParser&) = delete;
   IfconfigListParser& operator=(const IfconfigListParser&) = delete;
 
@@ -26,9 +24,6 @@ class IfconfigListParser {
   // listing's failure code: 10 no memory, 18 malformed hardware address,
   // 31 invalid IPv6 prefix. Feed nothing more after a failure.
   int FeedLine(char* line);
-
-  int count() const { return count_; }
-  const ipaddrinfo* entries() const { return list_.get(); }
 
   // Hands the list over (null when no block was seen; free with std::free)
   // and its count. The parser is empty afterwards.
@@ -53,9 +48,9 @@ class IfconfigListParser {
   bool ipv6_ = false;
 };
 
-// Parses a whole recorded output the way the listing reads it (lines of at
-// most 1023 characters). On 0 hands the list over as Release does; on a
-// failure the outputs are not touched.
-int ParseIfconfigText(std::string_view text, ipaddrinfo** list, int* num);
+// Parses a whole recorded output of the family `ipv6` says, the way the
+// listing reads it (lines of at most 1023 characters). On 0 hands the list
+// over as Release does; on a failure the outputs are not touched.
+int ParseIfconfigText(std::string_view text, bool ipv6, ipaddrinfo** list, int* num);
 
 }  // namespace vyr

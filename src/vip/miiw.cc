@@ -11,13 +11,8 @@
 #include <cstring>
 #include <optional>
 
+#include "nicCommon/nic_ioctl.h"
 #include "tracersc/tracersc.h"
-
-int vip_miiw_ioctl_kernel(int fd, unsigned long request, void* arg) {
-  return ::ioctl(fd, request, arg);
-}
-
-MiiwIoctlFn vip_miiw_ioctl_fn = vip_miiw_ioctl_kernel;
 
 namespace {
 
@@ -61,7 +56,7 @@ EthtoolResult QueryEthtool(Query* q) {
   ethtool_value value{};
   value.cmd = ETHTOOL_GLINK;
   q->ifr.ifr_data = reinterpret_cast<char*>(&value);
-  if (vip_miiw_ioctl_fn(q->sock, SIOCETHTOOL, &q->ifr) < 0) {
+  if (nic_ioctl_fn(q->sock, SIOCETHTOOL, &q->ifr) < 0) {
     const int err = errno;
     TraceIoctlFailure(TRACE_ERROR, err, *q, SIOCETHTOOL);
     return {false, err == EOPNOTSUPP ? MIIW_RET_FAIL_IOCTL_NOTSUPPORT : MIIW_RET_FAIL_IOCTL};
@@ -77,9 +72,9 @@ EthtoolResult QueryEthtool(Query* q) {
 // Finds the PHY and the register request the driver takes: SIOCGMIIREG, or
 // the older device-private pair. Nullopt when the driver takes neither.
 std::optional<unsigned long> FindRegisterRequest(Query* q) {
-  if (vip_miiw_ioctl_fn(q->sock, SIOCGMIIPHY, &q->ifr) == 0) return SIOCGMIIREG;
+  if (nic_ioctl_fn(q->sock, SIOCGMIIPHY, &q->ifr) == 0) return SIOCGMIIREG;
   TraceIoctlFailure(TRACE_WARNING, errno, *q, SIOCGMIIPHY);
-  if (vip_miiw_ioctl_fn(q->sock, SIOCDEVPRIVATE, &q->ifr) == 0) return SIOCDEVPRIVATE + 1;
+  if (nic_ioctl_fn(q->sock, SIOCDEVPRIVATE, &q->ifr) == 0) return SIOCDEVPRIVATE + 1;
   TraceIoctlFailure(TRACE_ERROR, errno, *q, SIOCDEVPRIVATE);
   return std::nullopt;
 }
@@ -91,7 +86,7 @@ std::optional<uint16_t> ReadRegister(Query* q, unsigned long request, uint16_t p
   mii.phy_id = phyid;
   mii.reg_num = static_cast<uint16_t>(reg);
   PutMii(&q->ifr, mii);
-  if (vip_miiw_ioctl_fn(q->sock, request, &q->ifr) < 0) {
+  if (nic_ioctl_fn(q->sock, request, &q->ifr) < 0) {
     TRACE(TRACE_ERROR, "ioctl() failed. (err=%d if=%s sock=%d req=%#x reg=%d)", errno, q->ifname,
           q->sock, Req(request), reg);
     return std::nullopt;

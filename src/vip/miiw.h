@@ -25,11 +25,5 @@ enum __miiw_ret_val__ {
 // FAIL_IOCTL (a query or register read failed), FAIL_IOCTL_NOTSUPPORT
 // (ethtool unsupported, or neither MII request set accepted) or FAIL_PARAM
 // (unknown method).
+// Every request goes through nic_ioctl_fn (nicCommon/nic_ioctl.h).
 int vip_miiw_ioctl(int* sock, const char* ifname, int method);
-
-// Every ioctl of the link check goes through this pointer (::ioctl by
-// default), so that tests can play a PHY's registers. Change it only while
-// no link check runs.
-using MiiwIoctlFn = int (*)(int fd, unsigned long request, void* arg);
-extern MiiwIoctlFn vip_miiw_ioctl_fn;
-int vip_miiw_ioctl_kernel(int fd, unsigned long request, void* arg);

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "common/command.h"
-#include "common/shell.h"
+#include "common/text.h"
 #include "tracersc/tracersc.h"
 #include "vip/addrtext.h"
 #include "vip/globals.h"
@@ -23,8 +23,8 @@ using namespace vyr::status;
 // The neighbour lookup's own results (only traced, never a run status).
 constexpr int kLookupFailed = 3;
 constexpr int kNoMac = 26;
-constexpr int kMacLen = vip::kMacTextLen;
-constexpr int kLineLen = vip::kLookupLineLen;
+constexpr int kMacLen = vyr::kMacTextLen;
+constexpr int kLineLen = vyr::kLookupLineLen;
 
 // `word` inside double quotes, as the probe's command lines show a command
 // path. The four characters the shell still treats specially there get a
@@ -61,7 +61,7 @@ bool ReadMac(vyr::ChildProcess& child, char* macaddr) {
   char line[kLineLen];
   while (child.ReadLine(line, sizeof line)) {
     vip_chop(line);
-    if (vip::FindMacToken(line, macaddr)) return true;
+    if (vyr::FindMacToken(line, macaddr)) return true;
   }
   return false;
 }
@@ -81,10 +81,11 @@ void TraceResponder(PIP_INFO pip) {
 
 }  // namespace
 
-bool vip::FindMacToken(char* line, char* macaddr) {
-  char* save = nullptr;
-  for (char* tok = strtok_r(line, " \t\n", &save); tok != nullptr;
-       tok = strtok_r(nullptr, " \t\n", &save)) {
+bool vyr::FindMacToken(char* line, char* macaddr) {
+  char* tokens[kMaxTokens];
+  const int n = CutTokens(line, tokens, kMaxTokens);
+  for (int i = 0; i < n; ++i) {
+    const char* tok = tokens[i];
     unsigned int f[6];
     if (std::sscanf(tok, "%x:%x:%x:%x:%x:%x", &f[0], &f[1], &f[2], &f[3], &f[4], &f[5]) != 6) {
       continue;
@@ -110,7 +111,7 @@ int vip_chk_ip_response(PIP_INFO pip) {
   const std::string cmdline = DoubleQuote(path) + " -c " + std::to_string(pip->pinfo->pingtout) +
                               " " + AddressWord(pip->addr) + " > /dev/null 2>&1";
   TRACE(TRACE_INFO, "system(%s)...", cmdline.c_str());
-  const vyr::WaitResult st_ping = vyr::DecodeWaitStatus(vyr::RunCommand(cmdline));
+  const vyr::WaitResult st_ping = vyr::DecodeWaitStatus(vyr::RunCommand(cmdline, nullptr));
 
   int ret;
   if (!st_ping.normal) {
@@ -135,7 +136,7 @@ int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr) {
   // command's own exit status reports what it cannot look up.
   const std::string cmdline = DoubleQuote(cmdpath) + " -n " + AddressWord(ipaddr);
   TRACE(TRACE_INFO, "popen(%s)...", cmdline.c_str());
-  auto child = vyr::StartCommand(cmdline, vyr::ChildProcess::Output::kPipe);
+  auto child = vyr::StartCommand(cmdline, vyr::ChildProcess::Output::kPipe, nullptr);
   if (!child) {
     TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", errno);
     TRACE(TRACE_DETAIL, "return(%d)", kToolNotStarted);
@@ -143,7 +144,7 @@ int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr) {
   }
   char found[kMacLen] = {};
   const bool have_mac = ReadMac(*child, found);
-  const int status = vyr::WaitCommand(*child);
+  const int status = vyr::WaitCommand(*child, nullptr);
   const int wait_errno = errno;
   const vyr::WaitResult st = vyr::DecodeWaitStatus(status);
 

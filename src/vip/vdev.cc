@@ -1,13 +1,13 @@
 #include "vip/vdev.h"
 
 #include <arpa/inet.h>
-#include <strings.h>
 
 #include <bitset>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
+#include "common/text.h"
 #include "tracersc/tracersc.h"
 #include "vip/addrtext.h"
 #include "vip/globals.h"
@@ -34,7 +34,9 @@ uint16_t LookupCount(int num) { return num < 0 ? 0 : static_cast<uint16_t>(num);
 // The alias number `name` stands for when it equals "<base>:<n>" ignoring
 // case, n printed as "%d" would print it (no sign, no leading zero), or -1.
 int AliasNumber(const char* name, const char* base, size_t base_len) {
-  if (strncasecmp(name, base, base_len) != 0 || name[base_len] != ':') return -1;
+  if (!vyr::StartsWithNoCase(name, std::string_view(base, base_len)) || name[base_len] != ':') {
+    return -1;
+  }
   const char* digits = name + base_len + 1;
   size_t len = std::strlen(digits);
   if (len == 0 || len > 4 || (len > 1 && digits[0] == '0')) return -1;

@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view text(reinterpret_cast<const char*>(data + 1), size - 1);
   ipaddrinfo* list = nullptr;
   int num = -1;
-  int ret = vyr::ParseIfconfigText(text, &list, &num);
+  int ret = vyr::ParseIfconfigText(text, ipv6flag != 0, &list, &num);
   if (ret == 0) {
     if (num < 0 || (num > 0 && list == nullptr)) std::abort();
     for (int i = 0; i < num; ++i) {

@@ -8,9 +8,9 @@
 #include "src/vip/addrtext.h"
 #include "src/vip/probe.h"
 
-using vip::FindMacToken;
-constexpr int kLineLen = vip::kLookupLineLen;
-constexpr int kMacLen = vip::kMacTextLen;
+using vyr::FindMacToken;
+constexpr int kLineLen = vyr::kLookupLineLen;
+constexpr int kMacLen = vyr::kMacTextLen;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);

@@ -1,14 +1,15 @@
-#include "common/timed_worker.h"
+#include "common/timed_run.h"
 
 #include <signal.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <system_error>
+#include <thread>
 
 namespace vyr {
-
-void SetCurrentWorkerControl(WorkerControl* control);  // command.cc
 
 WorkerControl::WorkerControl(std::atomic<int>& done_flag)
     : done_flag_(done_flag), cancel_event_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -61,31 +62,38 @@ void WorkerControl::Cancel() {
   if (pgid_ > 0) ::kill(-pgid_, SIGKILL);
 }
 
-TimedWorker::~TimedWorker() {
-  if (thread_.joinable()) CancelAndJoin();
-}
-
-int TimedWorker::Start(std::function<void(WorkerControl&)> job) {
-  try {
-    thread_ = std::thread([this, job = std::move(job)] {
-      SetCurrentWorkerControl(&control_);
-      job(control_);
-      SetCurrentWorkerControl(nullptr);
-      control_.Finish();
-    });
-  } catch (const std::system_error& e) {
-    return e.code().value() != 0 ? e.code().value() : EAGAIN;
+// The waiter's side of a timed run; a friend of WorkerControl.
+struct TimedRunner {
+  static TimedResult Run(std::atomic<int>& done_flag, int limit_seconds,
+                         const std::function<void(WorkerControl&)>& job,
+                         const TimedRunHooks& hooks) {
+    done_flag.store(0);
+    WorkerControl control(done_flag);
+    std::thread worker;
+    try {
+      worker = std::thread([&control, &job] {
+        job(control);
+        control.Finish();
+      });
+    } catch (const std::system_error& e) {
+      return {TimedOutcome::kNotStarted, e.code().value() != 0 ? e.code().value() : EAGAIN};
+    }
+    if (hooks.started) hooks.started();
+    const bool finished =
+        limit_seconds > 0 &&
+        control.WaitUntil(std::chrono::steady_clock::now() + std::chrono::seconds(limit_seconds));
+    if (!finished) {
+      if (hooks.timed_out) hooks.timed_out();
+      control.Cancel();
+    }
+    worker.join();
+    return {finished ? TimedOutcome::kFinished : TimedOutcome::kTimedOut};
   }
-  return 0;
-}
+};
 
-void TimedWorker::CancelAndJoin() {
-  control_.Cancel();
-  Join();
-}
-
-void TimedWorker::Join() {
-  if (thread_.joinable()) thread_.join();
+TimedResult RunTimed(std::atomic<int>& done_flag, int limit_seconds,
+                     const std::function<void(WorkerControl&)>& job, const TimedRunHooks& hooks) {
+  return TimedRunner::Run(done_flag, limit_seconds, job, hooks);
 }
 
 }  // namespace vyr
