@@ -15,12 +15,13 @@
 #include "vip/arp.h"
 #include "vip/globals.h"
 #include "vip/raw_link.h"
+#include "vip/status.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kInUse = 15;
+using vyr::status::kInUse;
 constexpr int kNoSocket = 19;
 constexpr int kNoInterface = 20;
 constexpr int kSendFailed = 21;

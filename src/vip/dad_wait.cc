@@ -13,14 +13,13 @@
 
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
-#include "vip/globals.h"
 #include "vip/ipaddr_change.h"
+#include "vip/status.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kInUse = 15;
 // Without a DAD time limit the advertisements still wait for the verdict,
 // this long: the kernel's defaults take up to one second of start delay and
 // one second for the single probe.
@@ -83,8 +82,13 @@ DadVerdict ReadMessages(int fd, unsigned ifindex, const in6_addr& addr, bool* se
     return errno == EAGAIN || errno == EINTR ? DadVerdict::kTentative : DadVerdict::kError;
   }
   int len = static_cast<int>(got);
+  // NLMSG_OK compares the header's unsigned length with the int it is
+  // given; Clang reports that inside the C library's macro.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wsign-compare"
   for (const auto* msg = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(msg, len);
        msg = NLMSG_NEXT(msg, len)) {
+#pragma GCC diagnostic pop
     if (msg->nlmsg_type == NLMSG_DONE) {
       *done = true;
       if (!*seen) return DadVerdict::kGone;
@@ -176,8 +180,7 @@ int vip_dad_check(VIP_INFO* info, struct vdevinfo* vdev, bool* announce) {
   if (verdict == DadVerdict::kFailed && info->dadtout > 0) {
     TRACE(TRACE_ERROR, "DAD failed for %s on %s.", info->addr, device);
     RemoveAddress(info, vdev);
-    vip_set_shmbuf("This ip address was already used.  IP=%s", info->addr);
-    ret = kInUse;
+    ret = vyr::Fail(vyr::status::kInUse, "This ip address was already used.  IP=%s", info->addr);
   } else if (verdict != DadVerdict::kUsable) {
     TRACE(TRACE_WARNING, "DAD of %s on %s is not over: %s after %d ms.", info->addr, device,
           VerdictName(verdict), limit);

@@ -10,8 +10,8 @@
 #include <memory>
 
 #include "tracersc/tracersc.h"
-#include "vip/globals.h"
 #include "vip/raw_link.h"
+#include "vip/status.h"
 
 namespace {
 
@@ -27,10 +27,10 @@ struct IfaddrsFree {
 };
 using IfaddrsList = std::unique_ptr<ifaddrs, IfaddrsFree>;
 
-int Fail(int status) {
-  vip_set_shmbuf("Internal error. (status=%d)", status);
-  return status;
-}
+// The advertisement's own failures; they are described, but never fail the run.
+constexpr int kSocketFailed = 19;
+constexpr int kNoIndex = 20;
+constexpr int kSendFailed = 21;
 
 // The one's complement sum of `len` bytes, folded later.
 uint32_t SumWords(const unsigned char* data, std::size_t len, uint32_t sum) {
@@ -76,25 +76,25 @@ int SendNa(const vdevinfo* vdev, int num) {
   vyr::UniqueFd sock = vyr::OpenPacketSocket();
   if (!sock) {
     TRACE(TRACE_ERROR, "socket() failed. (errno=%d)", errno);
-    return Fail(19);
+    return vyr::Fail(kSocketFailed);
   }
   unsigned char mac[vyr::kMacLen] = {};
   const unsigned ifindex = vyr::LinkIndex(sock.get(), device);
   if (ifindex == 0 || !vyr::LinkMac(sock.get(), device, mac)) {
     TRACE(TRACE_ERROR, "ioctl(%d %s) failed. (errno=%d)", sock.get(), device, errno);
-    return Fail(20);
+    return vyr::Fail(kNoIndex);
   }
   in6_addr source{};
   if (!LinkLocal(device, &source)) {
     TRACE(TRACE_ERROR, "No link-local address on %s.", device);
-    return Fail(20);
+    return vyr::Fail(kNoIndex);
   }
   na_frame frame;
   vip_fill_na_frame(mac, source, vdev->nipel6.addr, &frame);
   for (int i = 0; i < num; ++i) {
     if (!vyr::SendFrame(sock.get(), ifindex, &frame, sizeof frame)) {
       TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
-      return Fail(21);
+      return vyr::Fail(kSendFailed);
     }
     ::sleep(1);
   }
