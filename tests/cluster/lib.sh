@@ -19,7 +19,8 @@
 #
 # Results are checked against what the nodes really show (addresses, CIB,
 # crm_mon), never against a tool's exit status alone: crm exits 0 having
-# done nothing.
+# done nothing. Callers run with pipefail, so no pipeline here ends in
+# grep -q: its early exit would turn the writer's SIGPIPE into a failure.
 
 CL_LIB_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 CL_NET=192.0.2
@@ -290,7 +291,12 @@ cl_kill() {
   done
   kill -KILL "$init" 2>/dev/null
   cl_wait 20 cl_dead "$n" || cl_die "node$n still has processes after SIGKILL"
+  # The network namespace goes once its last process is gone; its veth
+  # end on the bridge goes with it.
+  cl_wait 20 cl_veth_gone "$n" || cl_die "node$n's network is still there after SIGKILL"
+  echo "$(cl_now) gone" >>"$CL_WORK/marks-$n"
 }
+cl_veth_gone() { ! cl_client ip link show "n$1" >/dev/null 2>&1; }
 cl_dead() { ! kill -0 "${CL_PIDS[$1]}" 2>/dev/null; }
 
 # Boots node N again after cl_kill: a fresh /run and /dev/shm, the node's
@@ -306,48 +312,87 @@ cl_holders() {
   local ip=$1 n
   for n in 1 2; do
     cl_dead "$n" && continue
-    if cl_in "$n" ip -o addr show dev eth0 2>/dev/null | grep -q " $ip/"; then
+    if cl_in "$n" ip -o addr show dev eth0 2>/dev/null | grep -F " $ip/" >/dev/null; then
       echo "node$n"
     fi
   done
 }
 cl_holds() { [ "$(cl_holders "$1" | tr '\n' ' ')" = "$2 " ]; }
 
-# Starts an event log of ADDRESS on node N's eth0 ("ip monitor", so no
-# change is missed between polls): lines "<epoch> add|del" in
-# $CL_WORK/addr-<N>.log, after the state at start.
-cl_watch_addr() {
-  local n=$1 ip=$2 log="$CL_WORK/addr-$1.log"
-  cl_in "$n" bash -c '
-    ip -o monitor address dev eth0 | while read -r line; do
-      case $line in
-        *" $1/"*) case $line in Deleted*) echo "$EPOCHREALTIME del" ;; *) echo "$EPOCHREALTIME add" ;; esac ;;
-      esac
-    done' _ "$ip" >>"$log" 2>/dev/null &
+# Records every address change on node N's eth0 as the kernel reports it
+# ("ip -ts monitor", so nothing that happens between two polls is missed)
+# into $CL_WORK/mon-N.raw, and the addresses it holds now into
+# $CL_WORK/marks-N. Runs until the node dies.
+cl_watch_addrs() {
+  local n=$1
+  cl_in "$n" ip -ts -o monitor address dev eth0 >>"$CL_WORK/mon-$n.raw" 2>/dev/null &
   CL_BG+=($!)
-  # ip monitor is subscribed once "ip monitor" shows in the node; the state
-  # at start is read after that, so nothing falls between the two.
+  # The monitor subscribes within a few milliseconds; the listing after it
+  # covers whatever happened before.
   sleep 0.3
-  if cl_in "$n" ip -o addr show dev eth0 | grep -q " $ip/"; then
-    echo "$EPOCHREALTIME add" >>"$log"
-  fi
+  local now ip
+  now=$(cl_now)
+  for ip in $(cl_in "$n" ip -o addr show dev eth0 | awk '{ sub("/.*", "", $4); print $4 }'); do
+    echo "$now add $ip" >>"$CL_WORK/marks-$n"
+  done
 }
 
-# The client pings ADDRESS every 50 ms and logs each echo reply with its
-# time and source MAC: "<epoch> <mac>" lines in $CL_WORK/replies.log.
+# Every change of ADDRESS on both nodes, in time order: "<epoch> <node> add|del".
+# A node that died counts as having dropped everything.
+cl_addr_events() {
+  local ip=$1 n line ts kind
+  for n in 1 2; do
+    if [ -f "$CL_WORK/mon-$n.raw" ]; then
+      grep -F " $ip/" "$CL_WORK/mon-$n.raw" | while read -r line; do
+        ts=${line%%]*}
+        kind=add
+        [[ $line == *"] Deleted "* ]] && kind=del
+        echo "$(date -d "${ts#[}" +%s.%6N) $n $kind"
+      done
+    fi
+    if [ -f "$CL_WORK/marks-$n" ]; then
+      awk -v n="$n" -v ip="$ip" '$2 == "gone" { print $1, n, "del" } $2 == "add" && $3 == ip { print $1, n, "add" }' \
+        "$CL_WORK/marks-$n"
+    fi
+  done | sort -n -k1,1
+}
+
+# Fails, naming the moments, when ADDRESS was ever on both nodes at once.
+cl_check_never_both() {
+  cl_addr_events "$1" | awk '
+    { on[$2] = ($3 == "add") }
+    on[1] && on[2] { printf "on both nodes at %s\n", $1; bad = 1 }
+    END { exit bad }'
+}
+
+# First time at or after T that ADDRESS appeared on node N.
+cl_added_at() {
+  cl_addr_events "$1" | awk -v t="$2" -v n="$3" '$1 >= t && $2 == n && $3 == "add" { print $1; exit }'
+}
+
+# The client pings ADDRESS every 50 ms and logs, with time and source
+# MAC, each echo reply from it and each gratuitous ARP frame for it (a
+# broadcast naming ADDRESS as sender):
+# "<epoch> <mac> reply|garp" lines in $CL_WORK/client-ADDRESS.log.
 cl_client_ping() {
-  local ip=$1 log=$CL_WORK/replies-$1.log
-  cl_client tcpdump -l -n -e -tt -i br0 "icmp[icmptype] == icmp-echoreply and src host $ip" \
-    2>"$CL_WORK/tcpdump-$ip.err" | awk '{ print $1, $2; fflush() }' >>"$log" &
+  local ip=$1 log=$CL_WORK/client-$1.log
+  local q=${ip//./[.]}
+  local garp="who-has $q .*tell $q,|Reply $q is-at "
+  cl_client tcpdump -l -n -e -tt -i br0 "(icmp[icmptype] == icmp-echoreply and src host $ip) or arp" \
+    2>"$CL_WORK/tcpdump-$ip.err" |
+    awk -v garp="$garp" '
+      / echo reply/ { print $1, $2, "reply"; fflush(); next }
+      $4 == "ff:ff:ff:ff:ff:ff," && $0 ~ garp { print $1, $2, "garp"; fflush() }' >>"$log" &
   CL_BG+=($!)
   cl_wait 20 grep -q 'listening on' "$CL_WORK/tcpdump-$ip.err" || cl_die "tcpdump did not start"
   cl_client ping -n -q -i 0.05 "$ip" >/dev/null 2>&1 &
   CL_BG+=($!)
 }
 
-# First echo reply at or after time T from MAC; prints its time.
-cl_first_reply() {
-  awk -v t="$1" -v mac="$2" '$1 >= t && $2 == mac { print $1; exit }' "$CL_WORK/replies-$3.log"
+# First frame of KIND (reply, garp) for ADDRESS from MAC at or after T.
+cl_client_saw() {
+  awk -v t="$2" -v mac="$3" -v kind="$4" '$1 >= t && $2 == mac && $3 == kind { print $1; exit }' \
+    "$CL_WORK/client-$1.log"
 }
 
 # The client's neighbour entry for ADDRESS: "<mac> <state>".
@@ -361,7 +406,7 @@ cl_configure() {
   shift 2
   cl_crm "$n" crm configure primitive "$id" "$@" >/dev/null ||
     cl_die "crm configure primitive $id failed"
-  cl_crm "$n" cibadmin -Q -o resources | grep -q "<primitive id=\"$id\"" ||
+  cl_crm "$n" cibadmin -Q -o resources | grep -F "<primitive id=\"$id\"" >/dev/null ||
     cl_die "crm configure primitive $id: not in the CIB"
 }
 
@@ -384,8 +429,26 @@ cl_standby() {
 cl__on_exit() {
   local rc=$?
   trap - EXIT INT TERM
+  [ "$rc" -ne 0 ] && cl_diagnose
   cl_teardown "$rc"
+  # Teardown must leave nothing behind, also after a failed check.
+  cl_check_clean || rc=1
   exit "$rc"
+}
+
+# What a failed run shows: the cluster's view from every live node and the
+# end of its logs.
+cl_diagnose() {
+  local n d
+  for n in 1 2; do
+    [ -n "${CL_PIDS[n]:-}" ] || continue
+    cl_dead "$n" && continue
+    d=$(cl_node_dir "$n")
+    echo "---- node$n: crm_mon -1" >&2
+    cl_crm "$n" crm_mon -1 -r >&2 2>&1
+    echo "---- node$n: pacemaker.log (end)" >&2
+    tail -n 40 "$d/log-pacemaker/pacemaker.log" >&2 2>/dev/null
+  done
 }
 
 # Removes the nodes, the bridge namespace and the work folder (kept for a
@@ -401,7 +464,7 @@ cl_teardown() {
   for p in "${CL_BG[@]}"; do kill "$p" 2>/dev/null; done
   # Background pipelines leave their other members (tcpdump, ping) in the
   # bridge namespace: ip netns pids names them all.
-  if [ -n "${CL_BR:-}" ] && ip netns list | grep -qw "$CL_BR"; then
+  if [ -n "${CL_BR:-}" ] && ip netns list | grep -w "$CL_BR" >/dev/null; then
     for p in $(ip netns pids "$CL_BR"); do kill -KILL "$p" 2>/dev/null; done
     ip netns del "$CL_BR"
   fi
@@ -417,9 +480,9 @@ cl_teardown() {
 # After cl_teardown: nothing of this run is left. Prints what is left and
 # fails when something is.
 cl_check_clean() {
-  local left="" p ns
-  [ -e "$CL_WORK" ] && left+="work folder $CL_WORK; "
-  ip netns list | grep -qw "$CL_BR" && left+="namespace $CL_BR; "
+  local left="" p ns n
+  [ -n "${CL_KEEP:-}" ] || [ ! -e "$CL_WORK" ] || left+="work folder $CL_WORK; "
+  ip netns list | grep -w "$CL_BR" >/dev/null && left+="namespace $CL_BR; "
   grep -q "vyrcl-$CL_TAG-$$" /proc/self/mountinfo && left+="mounts; "
   for p in /proc/[0-9]*; do
     ns=$(readlink "$p/ns/net" 2>/dev/null) || continue

@@ -1,0 +1,145 @@
+#!/usr/bin/env bash
+# A vyrvip address under a real two-node Pacemaker + Corosync cluster:
+# started on exactly one node, moved by standby and by killing the node,
+# never on both nodes at once, followed by the client through the
+# gratuitous ARP; the killed node rejoins without taking it back; a
+# duplicate on the network fails the start on both nodes with the reason
+# shown by Pacemaker.
+#
+#   failover_test.sh BUILD_DIR      (root; exit 77 = skipped)
+set -euo pipefail
+source "$(dirname "$0")/lib.sh"
+
+build=${1:?usage: failover_test.sh BUILD_DIR}
+cl_require
+cl_setup test
+cl_install "$build"
+
+VIP=192.0.2.100
+WAIT=60 # seconds any one cluster step may take on a loaded machine
+
+ok() { printf 'ok - %s\n' "$*"; }
+holder() { cl_holders "$VIP" | tr '\n' ' ' | sed 's/ $//'; }
+held_by_one() { [ "$(cl_holders "$VIP" | wc -l)" -eq 1 ]; }
+held_by() { cl_holds "$VIP" "node$1"; }
+settled() { cl_crm "$1" crm_resource --wait --timeout=${WAIT}s >/dev/null 2>&1; }
+located() { cl_crm "$1" crm_resource --resource vip --locate 2>/dev/null; }
+
+# The address must be on node N only, and stay there while the cluster is
+# idle: checked a few times over two seconds.
+stays_on() {
+  local n=$1 i
+  for i in 1 2 3 4; do
+    held_by "$n" || cl_die "$VIP is on [$(holder)], expected node$n only"
+    sleep 0.5
+  done
+}
+
+# Client-visible outcome of a move to node N that began at T0: the client's
+# entry names the new MAC, a gratuitous ARP from it came before the first
+# answer from it. Prints "<ms to address> <ms to answer>".
+moved_to() {
+  local n=$1 t0=$2 mac added garp reply neigh
+  mac=$(cl_node_mac "$n")
+  added=$(cl_added_at "$VIP" "$t0" "$n")
+  [ -n "$added" ] || cl_die "no address change on node$n recorded after the move"
+  cl_wait "$WAIT" test_reply "$t0" "$mac" || cl_die "the client got no answer from $mac"
+  reply=$(cl_client_saw "$VIP" "$t0" "$mac" reply)
+  garp=$(cl_client_saw "$VIP" "$t0" "$mac" garp)
+  [ -n "$garp" ] || cl_die "the client saw no gratuitous ARP from node$n ($mac)"
+  awk -v g="$garp" -v r="$reply" 'BEGIN { exit !(g <= r) }' ||
+    cl_die "the first answer from $mac ($reply) came before its gratuitous ARP ($garp)"
+  neigh=$(cl_client_neigh "$VIP")
+  [ "${neigh%% *}" = "$mac" ] || cl_die "client's neighbour entry is '$neigh', expected $mac"
+  echo "$(cl_ms "$t0" "$added") $(cl_ms "$t0" "$reply")"
+}
+test_reply() { [ -n "$(cl_client_saw "$VIP" "$1" "$2" reply)" ]; }
+
+# --- two nodes ---------------------------------------------------------
+t0=$(cl_now)
+cl_cluster_up
+ok "both nodes online after $(cl_ms "$t0" "$(cl_now)") ms"
+cl_watch_addrs 1
+cl_watch_addrs 2
+
+# --- start: exactly one node -------------------------------------------
+t0=$(cl_now)
+cl_configure 1 vip ocf:vyrcluster:vyrvip params ip="$VIP/24" nic=eth0 op monitor interval=5s
+cl_wait "$WAIT" held_by_one || cl_die "$VIP did not come up within ${WAIT} s"
+up_ms=$(cl_ms "$t0" "$(cl_now)")
+settled 1 || cl_die "the cluster did not settle after the start"
+first=$(holder)
+[ "$first" = node1 ] || [ "$first" = node2 ] || cl_die "$VIP is on [$first]"
+a=${first#node}
+b=$(cl_other "$a")
+stays_on "$a"
+located 1 | grep "is running on: node$a" >/dev/null || cl_die "Pacemaker places vip elsewhere: $(located 1)"
+ok "started on node$a only, $up_ms ms after the primitive was added"
+
+cl_client_ping "$VIP"
+cl_wait "$WAIT" test_reply 0 "$(cl_node_mac "$a")" || cl_die "the client cannot reach $VIP on node$a"
+ok "the client reaches $VIP at node$a's MAC"
+
+# --- standby moves it --------------------------------------------------
+t0=$(cl_now)
+cl_standby 1 "$a" on
+cl_wait "$WAIT" held_by "$b" || cl_die "standby of node$a did not move $VIP to node$b"
+read -r standby_addr standby_reply < <(moved_to "$b" "$t0")
+ok "standby of node$a: address on node$b after $standby_addr ms, client answered from its MAC after $standby_reply ms"
+settled 1 || cl_die "the cluster did not settle after standby"
+cl_standby 1 "$a" off
+settled 1 || cl_die "the cluster did not settle after bringing node$a back"
+stays_on "$b"
+ok "node$a back online, $VIP stays on node$b"
+
+# --- killing the node moves it -----------------------------------------
+t0=$(cl_now)
+cl_kill "$b"
+cl_wait "$WAIT" held_by "$a" || cl_die "killing node$b did not move $VIP to node$a"
+read -r kill_addr kill_reply < <(moved_to "$a" "$t0")
+ok "SIGKILL of every process of node$b: address on node$a after $kill_addr ms, client answered from its MAC after $kill_reply ms"
+
+# --- the killed node rejoins; the address stays ------------------------
+t0=$(cl_now)
+cl_restart "$b"
+cl_watch_addrs "$b"
+cl_wait 90 cl_both_online || cl_die "node$b did not rejoin within 90 s"
+ok "node$b rejoined after $(cl_ms "$t0" "$(cl_now)") ms"
+settled "$a" || cl_die "the cluster did not settle after the rejoin"
+stays_on "$a"
+if cl_crm "$a" crm_mon -1 | grep 'Failed Resource Actions' >/dev/null; then
+  cl_die "actions failed on the way: $(cl_crm "$a" crm_mon -1)"
+fi
+ok "$VIP stays on node$a, no failed actions"
+
+problems=$(cl_check_never_both "$VIP") || cl_die "$VIP was on both nodes: $problems"
+ok "$VIP was never on both nodes at once ($(cl_addr_events "$VIP" | wc -l) changes seen)"
+
+# --- a duplicate on the network fails the start everywhere -------------
+nobody_holds() { [ -z "$(cl_holders "$VIP")" ]; }
+failed_on() { grep -F "$1" <<<"$2" | grep -F 'IP address was already used.' >/dev/null; }
+failed_on_both() {
+  local out
+  out=$(cl_crm "$a" crm_mon -1 2>/dev/null) && failed_on node1 "$out" && failed_on node2 "$out"
+}
+cl_crm "$a" crm resource stop vip >/dev/null 2>&1
+cl_wait "$WAIT" nobody_holds || cl_die "crm resource stop vip left $VIP on [$(holder)]"
+settled "$a" || cl_die "the cluster did not settle after the stop"
+cl_client ip addr add "$VIP/24" dev br0
+cl_crm "$a" crm resource start vip >/dev/null 2>&1
+cl_wait "$WAIT" failed_on_both ||
+  cl_die "no failed start with the reason on both nodes: $(cl_crm "$a" crm_mon -1)"
+settled "$a" || cl_die "the cluster did not settle after the failed starts"
+nobody_holds || cl_die "$VIP is on [$(holder)] although the client holds it"
+cl_crm "$a" crm_resource --resource vip --locate 2>&1 | grep 'NOT running' >/dev/null ||
+  cl_die "crm_resource does not report vip stopped: $(located "$a")"
+ok "a duplicate held by the client fails the start on both nodes; crm_mon shows:"
+cl_crm "$a" crm_mon -1 | grep -F 'IP address was already used.' | sed 's/^/    /'
+
+# --- teardown ----------------------------------------------------------
+trap - EXIT INT TERM
+cl_teardown 0
+cl_check_clean || cl_die "teardown left things behind"
+ok "teardown left no namespace, process, mount or folder"
+printf 'failover times: standby %s ms to the address, %s ms to the client; kill %s ms to the address, %s ms to the client\n' \
+  "$standby_addr" "$standby_reply" "$kill_addr" "$kill_reply"
