@@ -209,7 +209,9 @@ cl_boot() {
   local n=$1 d pid i
   d=$(cl_node_dir "$n")
   rm -f "$d/booted"
-  unshare --net --mount --uts --pid --fork --mount-proc \
+  # --kill-child: should this shell die without its teardown (SIGKILL), the
+  # node dies with its unshare.
+  unshare --net --mount --uts --pid --fork --mount-proc --kill-child \
     bash "$CL_LIB_DIR/node-init" "$d" "node$n" "${CL_PLACES[@]}" >>"$d/init.out" 2>&1 &
   CL_BG+=($!)
   local ush=$!
@@ -468,7 +470,8 @@ cl_teardown() {
     for p in $(ip netns pids "$CL_BR"); do kill -KILL "$p" 2>/dev/null; done
     ip netns del "$CL_BR"
   fi
-  wait 2>/dev/null
+  # Only this harness's own jobs: a caller's background work is its own.
+  for p in "${CL_BG[@]}"; do wait "$p" 2>/dev/null; done
   if [ -n "${CL_KEEP:-}" ] && [ "$rc" -ne 0 ]; then
     cl_log "work folder kept: $CL_WORK"
   else

@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# The cluster harness cleans up after itself when a check fails and when it
+# is interrupted: a child run brings the two nodes up, then fails a check
+# (or gets SIGTERM), and this script looks for anything of it left on the
+# machine: its work folder, its bridge namespace, a process in one of its
+# nodes' namespaces, a mount naming its folder.
+#
+#   teardown_test.sh      (root; exit 77 = skipped)
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+source "$here/lib.sh"
+cl_require
+
+out=$(mktemp -d /tmp/vyrcl-teardown.XXXXXX)
+trap 'rm -rf "$out"' EXIT
+
+# The child: both nodes with every daemon, watchers and the client's ping
+# running, its names written down, then the failure.
+child() {
+  local how=$1
+  bash -c '
+    set -euo pipefail
+    source "$1/lib.sh"
+    cl_setup td
+    cl_cluster_up
+    cl_watch_addrs 1
+    cl_client_ping 192.0.2.1
+    { echo "pid $$"; echo "work $CL_WORK"; echo "br $CL_BR"; printf "ns %s\n" "${CL_NSALL[@]}"; } >"$2/names"
+    [ "$3" = fail ] && cl_die "a check fails on purpose"
+    touch "$2/ready"
+    sleep 600 &
+    wait $!' _ "$here" "$out" "$how" >"$out/child.out" 2>&1
+}
+
+leftovers() {
+  local work br p ns left=""
+  work=$(awk '$1 == "work" { print $2 }' "$out/names")
+  br=$(awk '$1 == "br" { print $2 }' "$out/names")
+  [ -n "$work" ] && [ -n "$br" ] || {
+    echo "the child wrote no names"
+    return
+  }
+  [ -e "$work" ] && left+="work folder; "
+  ip netns list | grep -w "$br" >/dev/null && left+="namespace $br; "
+  grep -F "$work" /proc/self/mountinfo >/dev/null && left+="mounts; "
+  for p in /proc/[0-9]*; do
+    ns=$(readlink "$p/ns/net" 2>/dev/null) || continue
+    awk -v ns="$ns" '$1 == "ns" && $2 == ns { found = 1 } END { exit !found }' "$out/names" &&
+      left+="process ${p#/proc/} ($(tr '\0' ' ' <"$p/cmdline" | cut -c1-40)); "
+  done
+  echo "$left"
+}
+
+# A failed check.
+rc=0
+child fail || rc=$?
+[ "$rc" -eq 1 ] || {
+  echo "FAIL: the child exited $rc, expected 1"
+  cat "$out/child.out"
+  exit 1
+}
+grep -F 'a check fails on purpose' "$out/child.out" >/dev/null || {
+  echo "FAIL: the child did not reach its failing check"
+  cat "$out/child.out"
+  exit 1
+}
+left=$(leftovers)
+[ -z "$left" ] || {
+  echo "FAIL: after a failed check, left behind: $left"
+  exit 1
+}
+echo "ok - a failed check leaves no namespace, process, mount or folder"
+
+# SIGTERM while the cluster runs.
+rm -f "$out/names" "$out/ready"
+child term &
+pid=$!
+cl_wait 120 test -e "$out/ready" || {
+  echo "FAIL: the child never got its cluster up"
+  cat "$out/child.out"
+  exit 1
+}
+kill -TERM "$(awk '$1 == "pid" { print $2 }' "$out/names")"
+rc=0
+wait "$pid" || rc=$?
+[ "$rc" -ne 0 ] || {
+  echo "FAIL: the child ended with 0 after SIGTERM"
+  exit 1
+}
+left=$(leftovers)
+[ -z "$left" ] || {
+  echo "FAIL: after SIGTERM, left behind: $left"
+  exit 1
+}
+echo "ok - SIGTERM leaves no namespace, process, mount or folder"
