@@ -96,14 +96,15 @@ cl_in() {
 # Runs a command in the client (the bridge namespace).
 cl_client() { ip netns exec "$CL_BR" "$@"; }
 
-# The environment every command inside a node gets: crmsh writes to $HOME
-# and $TMPDIR, the agent's VYR_* folders are the node's own.
+# The environment every command inside a node gets, pacemakerd and through
+# it every agent included: crmsh writes to $HOME and $TMPDIR; the agent's
+# trace log goes to the node's own folder (/run, where its tables live, is
+# already the node's own).
 cl_env() {
   local d
   d=$(cl_node_dir "$1")
   printf '%s\n' env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME="$d/home" TMPDIR="$d/tmp" \
-    LANG=C.UTF-8 PCMK_logfacility=none \
-    VYR_LOG_DIR="$d/vyr/log" VYR_RUN_DIR=/run/vyrcluster VYR_CONFIG="$d/vyr/cluster.xml"
+    LANG=C.UTF-8 PCMK_logfacility=none VYR_LOG_DIR="$d/vyr/log"
 }
 cl_run() {
   local n=$1 envv
