@@ -64,7 +64,8 @@ cl_setup() {
   CL_NSALL=()
   CL_BG=()
   trap cl__on_exit EXIT
-  trap 'exit 130' INT TERM
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
 }
 
 # Installs the build tree BUILD into a staging folder of the run; each node
