@@ -39,7 +39,7 @@ dtd=/usr/share/resource-agents/ra-api-1.dtd
 # --- a private installation and two namespaces, gone on every exit ----------
 
 umask 022
-work=$(mktemp -d /tmp/vyrocf.XXXXXX)
+work=$(mktemp -d "/tmp/vyrocf.$$.XXXXXX")
 chmod 755 "$work" # ocf-tester runs meta-data as nobody
 prefix=$work/prefix
 agent=$work/ocf/resource.d/vyrcluster/vyrvip
@@ -56,10 +56,18 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 1' INT TERM
 
-# Namespaces of runs that died without cleaning up.
+# What runs that were killed left behind: their namespaces, their cluster
+# tables (System V objects outlive the folder that keys them) and folder.
 for n in $(ip netns list | grep -o '^vyrocf-[0-9]*-[ap]'); do
 	p=${n#vyrocf-}
 	kill -0 "${p%%-*}" 2>/dev/null || ip netns del "$n"
+done
+for dir in /tmp/vyrocf.[0-9]*.*; do
+	[ -d "$dir" ] || continue
+	p=${dir#/tmp/vyrocf.}
+	kill -0 "${p%%.*}" 2>/dev/null && continue
+	VYR_RUN_DIR=$dir/run "$dir/prefix/bin/vyrctl" stop >/dev/null 2>&1
+	rm -rf "$dir"
 done
 
 # Naming the component keeps the build's own install_manifest.txt as it is.
