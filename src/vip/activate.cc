@@ -28,11 +28,8 @@ namespace {
 // The ARP probe's verdict as the status description, once both probes are
 // over, so that the description always goes with the status returned.
 int ArpProbeStatus(int ret) {
-  if (ret == 15) {
-    vip_set_shmbuf("IP address was already used.");
-  } else if (ret != 0) {
-    vip_set_shmbuf("Internal error. (status=%d)", ret);
-  }
+  if (ret == vyr::status::kInUse) return vyr::Fail(ret, "IP address was already used.");
+  if (ret != 0) return vyr::Fail(ret);
   return ret;
 }
 
