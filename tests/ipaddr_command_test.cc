@@ -71,14 +71,17 @@ TEST_F(IpaddrCommandTest, ToolArgumentsFailuresAndTimeOut) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(vip_act_ipaddr(&c.vdev, (bin + "/ifconfig").c_str(), c.limit), c.ret);
     const auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(took, milliseconds(c.ret == 23 ? 950 : 0));
-    EXPECT_LT(took, milliseconds(c.ret == 23 ? 2000 : 500));
+    // The hung tool's limit is 1 s, the others' 5 s.
+    if (c.ret == 23) {
+      EXPECT_GE(took, milliseconds(950)) << "the limit";
+    }
+    EXPECT_LT(took, milliseconds(2500)) << "the tool's end, or the limit of 1 s";
     EXPECT_EQ(vyrtest::StatusText(),
               c.ret ? "Internal error. (status=" + std::to_string(c.ret) + ")" : "");
     EXPECT_EQ(vyrtest::ReadFile(log), c.logged);
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a tool is left running or unreaped";
   }
-  EXPECT_TRUE(vyrtest::NoProcessWithin(mark, milliseconds(1000))) << "the hung tool's child";
+  EXPECT_TRUE(vyrtest::NoProcessWithin(mark, milliseconds(5000))) << "the hung tool's child";
   EXPECT_TRUE(HasAddr("-4", "inet 192.0.2.10/24 brd 192.0.2.255")) << Addrs("-4");
   EXPECT_TRUE(HasAddr("-6", "inet6 2001:db8::10/64")) << Addrs("-6");
 

@@ -177,7 +177,8 @@ TEST_F(PingTest, ProbesRunAtTheSameTime) {
   for (int i = 1; i <= 32; ++i) addrs.push_back("198.51.100." + std::to_string(i));
   const auto start = Clock::now();
   EXPECT_EQ(FanOut(addrs), 0);
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(3)) << "32 probes of one second each";
+  // One after the other they would take 32 seconds.
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(6)) << "32 probes of one second each";
   EXPECT_EQ(Runs(), addrs.size());
 }
 
@@ -238,9 +239,12 @@ class ProbeNetns : public vyrtest::AgentNetnsTest {
   }
 };
 
-// Sixteen vyrpings at once per case, each taking only its own replies: a
-// reply ends them at once, silence lasts one second after the last request,
-// bad arguments fail at once.
+// Per case sixteen vyrpings at once, each taking only its own replies, then
+// one alone for its time: a reply ends it at once, silence lasts one second
+// after the last request, bad arguments fail at once. The times are those of
+// the lone run, so that starting sixteen processes on a busy machine is not
+// charged to the program's waits; "at once" is only held against the second
+// of silence it is contrasted with.
 TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
   const struct {
     const char* args;
@@ -248,25 +252,29 @@ TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
     double min_s, max_s;
   } cases[] = {
       {"-c 5 192.0.2.2", 0, 0, 0.9},
-      {"-c 2 192.0.2.3", 1, 2.0, 2.8},
+      {"-c 2 192.0.2.3", 1, 2.0, 2.9},
       {"-c 1 2001:db8::2", 0, 0, 0.9},
-      {"-c 1 2001:db8::3", 1, 1.0, 1.8},
-      {"-c 1 host.example", 2, 0, 0.5},
-      {"-c 0 192.0.2.2", 2, 0, 0.5},
-      {"-c 1", 2, 0, 0.5},
-      {"-c 1 192.0.2.2 192.0.2.3", 2, 0, 0.5},
+      {"-c 1 2001:db8::3", 1, 1.0, 1.9},
+      {"-c 1 host.example", 2, 0, 0.9},
+      {"-c 0 192.0.2.2", 2, 0, 0.9},
+      {"-c 1", 2, 0, 0.9},
+      {"-c 1 192.0.2.2 192.0.2.3", 2, 0, 0.9},
   };
+  const std::string vyrping = kBinDir + "/vyrping ";
   for (const auto& c : cases) {
-    const auto start = std::chrono::steady_clock::now();
+    SCOPED_TRACE(c.args);
     std::string out, want;
-    vyrtest::Sh("for i in $(seq 16); do (" + kBinDir + "/vyrping " + c.args +
+    vyrtest::Sh("for i in $(seq 16); do (" + vyrping + c.args +
                     " >/dev/null 2>&1; echo rc=$?) & done; wait",
                 &out);
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     for (int i = 0; i < 16; ++i) want += "rc=" + std::to_string(c.want) + "\n";
-    EXPECT_EQ(out, want) << c.args;
-    EXPECT_GE(took.count(), c.min_s) << c.args;
-    EXPECT_LT(took.count(), c.max_s) << c.args;
+    EXPECT_EQ(out, want);
+
+    const auto start = Clock::now();
+    EXPECT_EQ(vyrtest::Sh(vyrping + c.args + " >/dev/null 2>&1"), c.want);
+    const std::chrono::duration<double> took = Clock::now() - start;
+    EXPECT_GE(took.count(), c.min_s);
+    EXPECT_LT(took.count(), c.max_s);
   }
 }
 

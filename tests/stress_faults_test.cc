@@ -70,9 +70,10 @@ TEST_F(StressFaults, AgentKilledInsideTheCriticalSectionDoesNotBlockTheNext) {
   ASSERT_EQ(128 + 9, first) << "the first agent was killed while listing:\n" << env_.Log();
   unlink((env_.dir() + "/hang").c_str());
 
-  const auto start = Clock::now();
-  ASSERT_EQ(0, Run("--active -r vip11 -g grp1")) << env_.Log();
-  EXPECT_LT(Clock::now() - start, std::chrono::seconds(1)) << "the section was released";
+  // Held for ever, the section would block the next run until it is killed.
+  ASSERT_EQ(0, env_.Vyrvip(pair_->agent(), "--active -r vip11 -g grp1", nullptr, 30))
+      << "the killed agent gave the section back:\n"
+      << env_.Log();
   EXPECT_TRUE(Contains(AgentAddrs(), "inet 192.0.2.11/24")) << AgentAddrs();
   EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.10/")) << "the killed agent added nothing";
 }
@@ -91,7 +92,8 @@ TEST_F(StressFaults, HangingInterfaceToolTimesOutWithoutLeavingItBehind) {
   const auto listed = std::chrono::system_clock::time_point(
       std::chrono::duration_cast<std::chrono::system_clock::duration>(
           std::chrono::seconds(st.st_mtim.tv_sec) + std::chrono::nanoseconds(st.st_mtim.tv_nsec)));
-  EXPECT_LE(end - listed, std::chrono::milliseconds(1500)) << "the limit, not a polling step";
+  // Twice the limit would be 2 s.
+  EXPECT_LE(end - listed, std::chrono::milliseconds(1900)) << "the limit, not a polling step";
   std::string left;  // the bracket keeps pgrep's own shell from matching
   vyrtest::Sh("pgrep -af '" + bin_ + "[/]'", &left);
   EXPECT_EQ("", left) << "the tool was ended with the run";
