@@ -67,10 +67,13 @@ class ClusterEnv {
     return out.substr(0, out.find('\n'));
   }
 
-  // Runs vyrvip inside the namespace `netns` ("" for none).
-  int Vyrvip(const std::string& netns, const std::string& args, std::string* out = nullptr) const {
-    return Sh((netns.empty() ? "" : "ip netns exec " + netns + " ") + "env " + EnvAssignments() +
-                  " '" + prefix_ + "/bin/vyrvip' " + args,
+  // Runs vyrvip inside the namespace `netns` ("" for none); with a `limit`
+  // in seconds a run still going then is killed (exit status 137).
+  int Vyrvip(const std::string& netns, const std::string& args, std::string* out = nullptr,
+             int limit = 0) const {
+    return Sh((netns.empty() ? "" : "ip netns exec " + netns + " ") +
+                  (limit > 0 ? "timeout -s KILL " + std::to_string(limit) + " " : "") + "env " +
+                  EnvAssignments() + " '" + prefix_ + "/bin/vyrvip' " + args,
               out);
   }
 
@@ -88,13 +91,14 @@ class ClusterEnv {
   std::string extra_env_;
 };
 
-// One run of vyrvip and what the cluster sees afterwards; empty texts are not checked.
+// One run of vyrvip and what the cluster sees afterwards; empty texts are not
+// checked. Written with designated initializers: `.mode = "--active", ...`.
 struct Step {
-  const char* setup;   // shell run first (see AgentE2E::RunSteps)
-  const char* mode;    // the command line without the resource
-  const char* rsc;     // the resource, of group "g"
-  std::string params;  // its parameters, where this step brings it into the configuration
-  int code = 0;
+  const char* setup = "";  // shell run first (see AgentE2E::RunSteps)
+  const char* mode = "";   // the command line without the resource
+  const char* rsc = "";    // the resource, of group "g"; none in manual mode
+  std::string params{};    // its parameters, where this step brings it into the configuration
+  int code = 0;            // the exit status
   const char* desc = "";   // the description `vyrctl status` shows
   const char* shown = "";  // `ip addr show dev va0` holds this afterwards
   const char* gone = "";   // ... and not this
@@ -127,6 +131,8 @@ class AgentE2E : public ::testing::Test {
   // in order, each with `env` added. In a setup, $A and $P name the
   // namespaces, $D is the test folder, `ctl` runs vyrctl, `peer_has ADDR`
   // puts ADDR/24 on vb0 and `agent_has ADDR LABEL` on va0 under LABEL.
+  // A step whose outcome differs is reported and the next one runs; a setup
+  // that fails ends the table, since what follows would test another state.
   void RunSteps(const std::vector<Step>& steps, const std::string& env = "") {
     std::string resources;
     for (const Step& s : steps) resources += s.params.empty() ? "" : Resource(s.rsc, s.params);
@@ -137,17 +143,26 @@ class AgentE2E : public ::testing::Test {
         env_.EnvAssignments() + " '" + env_.prefix() +
         "/bin/vyrctl' \"$@\"; }; peer_has() { ip -n " +
         "$P addr add $1/24 dev vb0; }; agent_has() { ip -n $A addr add $1/24 dev va0 label $2; }; ";
-    for (const Step& s : steps) {
-      SCOPED_TRACE(std::string(s.mode) + " " + s.rsc);
-      ASSERT_EQ(0, Sh(shell + s.setup));
+    for (size_t i = 0; i < steps.size(); ++i) {
+      const Step& s = steps[i];
+      SCOPED_TRACE("step " + std::to_string(i + 1) + ": " + s.mode + " " + s.rsc);
+      ASSERT_EQ(0, Sh(shell + s.setup)) << "setup: " << s.setup;
       WriteFile(env_.dir() + "/log/vip.log", "");
-      ASSERT_EQ(s.code, Run(s.mode + (s.rsc[0] ? std::string(" -r ") + s.rsc + " -g g" : "")))
+      EXPECT_EQ(s.code, Run(s.mode + (s.rsc[0] ? std::string(" -r ") + s.rsc + " -g g" : "")))
           << env_.Log();
-      EXPECT_EQ(s.desc, s.desc[0] ? env_.Description("g", s.rsc) : "");
+      if (s.desc[0]) {
+        EXPECT_EQ(s.desc, env_.Description("g", s.rsc));
+      }
       const std::string addrs = AgentAddrs("");
-      EXPECT_TRUE(Contains(addrs, s.shown)) << addrs;
-      EXPECT_FALSE(s.gone[0] && Contains(addrs, s.gone)) << addrs;
-      EXPECT_TRUE(Contains(env_.Log(), s.log)) << env_.Log();
+      if (s.shown[0]) {
+        EXPECT_TRUE(Contains(addrs, s.shown)) << s.shown << " in\n" << addrs;
+      }
+      if (s.gone[0]) {
+        EXPECT_FALSE(Contains(addrs, s.gone)) << s.gone << " in\n" << addrs;
+      }
+      if (s.log[0]) {
+        EXPECT_TRUE(Contains(env_.Log(), s.log)) << s.log << " in\n" << env_.Log();
+      }
     }
   }
 
