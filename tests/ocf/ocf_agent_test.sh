@@ -170,14 +170,15 @@ settings=(ip=198.51.100.11/24 nic=vo0 ping_timeout=0 arp_retry=0 arp_opcode=2 if
 	check_ifconfig_error=1 defmethod=2)
 timeout_ms=20000 ocf vip--set start "${settings[@]}"
 expect "start with settings" "0 " "$rc $(reason)"
-# Three interface-tool runs of 30 s do not fit a 20 s start.
-grep -q 'start timeout of 20s is shorter than the 90s' <<<"$err" || fail "no warning about the start timeout: $err"
+# Three interface-tool runs of 30 s and the ARP probe's second do not fit a 20 s start.
+grep -q 'start timeout of 20s is shorter than the 91s' <<<"$err" || fail "no warning about the start timeout: $err"
 expect "address on vo0:0" 1 "$(ip -n "$node" -o addr show label vo0:0 to 198.51.100.11 | wc -l)"
 expect "configuration file mode and owner" "600 root" "$(stat -c '%a %U' "$conf" 2>&1)"
 log=$VYR_LOG_DIR/vip.log
 grep -q 'vip--set.*ping       = cmd:bin/vyrping,to:0,rty:0,itv:1,frc:0,nps:0' "$log" || fail "ping settings not in the trace log"
 grep -q 'vip--set.*arp        = cmd:arp,num:0,opcode:2' "$log" || fail "arp settings not in the trace log"
 grep -q 'vip--set.*ifconfig   = cmd:ifconfig,to:30' "$log" || fail "ifconfig settings not in the trace log"
+grep -q 'vip--set.*defence    = na:3,dad:2000,arpprobe:1000' "$log" || fail "defence settings not in the trace log"
 expect "monitor of the started address" 0 "$(interval=10000 ocf vip--set monitor "${settings[@]}"; echo $rc)"
 timeout_ms=400000 ocf vip--set stop "${settings[@]}"
 expect "stop" 0 "$rc"
@@ -203,7 +204,7 @@ ip -n "$peer" addr add 198.51.100.20/24 dev vo1
 timeout_ms=20000 ocf vipdup start ip=198.51.100.20/24 nic=vo0 check_ping_execute=0
 expect "duplicate: code" 1 "$rc"
 # The defaults' bound that docs/pacemaker.md gives.
-grep -q 'start timeout of 20s is shorter than the 182s' <<<"$err" || fail "no warning about the default start bound: $err"
+grep -q 'start timeout of 20s is shorter than the 183s' <<<"$err" || fail "no warning about the default start bound: $err"
 expect "duplicate: reason" "IP address was already used. (vyrvip --active exit status 15)" "$(reason)"
 expect "duplicate: address not added" 0 "$(on_node 198.51.100.20)"
 
