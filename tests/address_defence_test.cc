@@ -148,7 +148,8 @@ std::vector<unsigned char> ExpectedAdvert(const std::string& mac, const std::str
 
 // The advertisements the peer catches, byte by byte, and its neighbour entry
 // for the address, which had another MAC: it follows the agent with
-// advertisements and stays where it was without them.
+// advertisements and stays where it was without them. One that cannot be
+// sent does not fail the activation.
 TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   const std::string mac = Mac(pair_->agent(), "va0");
   std::string out;
@@ -168,6 +169,10 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
        "2001:db8::50/64", "", "vip_send_na() OK."},
       {"ip -n $P -6 neigh replace 2001:db8::51 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
        "--active", "none", OnVa0("2001:db8::51/64"), 0, "Success.", "2001:db8::51/64"},
+      // Without a link-local source nothing can be sent: a warning only.
+      {"ip -n $A -6 addr flush dev va0 scope link", "--active", "nolinklocal",
+       OnVa0("2001:db8::52/64", "<na><retry>1</retry></na>"), 0, "", "2001:db8::52/64", "",
+       "vip_send_na() failed. (ret=20)"},
   });
   std::string neigh;
   pair_->InPeer("ip -6 neigh show dev vb0", &neigh);
