@@ -42,14 +42,32 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
   const std::string claimed =
       "192.0.2.70 is already exist.(macaddr : " + Mac(pair_->peer(), "vb0") + ")";
   RunSteps({
-      {"", "--active", "pingonly", OnVa0("192.0.2.70/24"), 0, "Success.", "192.0.2.70/24"},
-      {"ip -n $A addr del 192.0.2.70/24 dev va0", "--active", "arpprobe",
-       OnVa0("192.0.2.70/24", probe), 15, "IP address was already used.", "", "192.0.2.70",
-       claimed.c_str()},
-      {"", "--active", "forced", OnVa0("192.0.2.70/24", probe + "<ping><force>1</force></ping>"), 0,
-       "Success.", "192.0.2.70/24", "", "force act vip(192.0.2.70)!"},
-      {"ip -n $A addr del 192.0.2.70/24 dev va0", "--active", "free", OnVa0("192.0.2.71/24", probe),
-       0, "Success.", "192.0.2.71/24", "", "vip_arp_probe(192.0.2.71) OK."},
+      {.mode = "--active",
+       .rsc = "pingonly",
+       .params = OnVa0("192.0.2.70/24"),
+       .desc = "Success.",
+       .shown = "192.0.2.70/24"},
+      {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0",
+       .mode = "--active",
+       .rsc = "arpprobe",
+       .params = OnVa0("192.0.2.70/24", probe),
+       .code = 15,
+       .desc = "IP address was already used.",
+       .gone = "192.0.2.70",
+       .log = claimed.c_str()},
+      {.mode = "--active",
+       .rsc = "forced",
+       .params = OnVa0("192.0.2.70/24", probe + "<ping><force>1</force></ping>"),
+       .desc = "Success.",
+       .shown = "192.0.2.70/24",
+       .log = "force act vip(192.0.2.70)!"},
+      {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0",
+       .mode = "--active",
+       .rsc = "free",
+       .params = OnVa0("192.0.2.71/24", probe),
+       .desc = "Success.",
+       .shown = "192.0.2.71/24",
+       .log = "vip_arp_probe(192.0.2.71) OK."},
   });
 }
 
@@ -57,11 +75,15 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
 TEST_F(Defence, ArpProbeRefusalRaisesTheInUseEvent) {
   ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv4.icmp_echo_ignore_all=1 && "
                              "ip addr add 192.0.2.72/24 dev vb0"));
-  RunSteps({{"", "--active", "ev",
-             OnVa0("192.0.2.72/24",
-                   "<ping><timeout>0</timeout></ping>"
-                   "<arpprobe><timeout>600</timeout></arpprobe>"),
-             15, "IP address was already used.", "", "192.0.2.72", "[event 10] 192.0.2.72"}});
+  RunSteps({{.mode = "--active",
+             .rsc = "ev",
+             .params = OnVa0("192.0.2.72/24",
+                             "<ping><timeout>0</timeout></ping>"
+                             "<arpprobe><timeout>600</timeout></arpprobe>"),
+             .code = 15,
+             .desc = "IP address was already used.",
+             .gone = "192.0.2.72",
+             .log = "[event 10] 192.0.2.72"}});
 }
 
 // The peer holds the IPv6 address: with a DAD time limit the kernel's
@@ -71,18 +93,30 @@ TEST_F(Defence, DadFailureTakesTheAddressAway) {
   ASSERT_EQ(0, pair_->InPeer("ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
   const std::string noping = "<ping><timeout>0</timeout></ping>";
   RunSteps({
-      {"", "--active", "dad",
-       OnVa0("2001:db8::40/64", noping + "<dad><timeout>8000</timeout></dad>"), 15,
-       "This ip address was already used.  IP=2001:db8::40", "", "2001:db8::40/",
-       "DAD failed for 2001:db8::40 on va0."},
-      {"", "--active", "nodad", OnVa0("2001:db8::40/64", noping), 0, "Success.", "2001:db8::40/64"},
+      {.mode = "--active",
+       .rsc = "dad",
+       .params = OnVa0("2001:db8::40/64", noping + "<dad><timeout>8000</timeout></dad>"),
+       .code = 15,
+       .desc = "This ip address was already used.  IP=2001:db8::40",
+       .gone = "2001:db8::40/",
+       .log = "DAD failed for 2001:db8::40 on va0."},
+      {.mode = "--active",
+       .rsc = "nodad",
+       .params = OnVa0("2001:db8::40/64", noping),
+       .desc = "Success.",
+       .shown = "2001:db8::40/64"},
   });
 }
 
 // A free IPv6 address passes DAD within the limit and stays.
 TEST_F(Defence, DadPassesForAFreeAddress) {
-  RunSteps({{"", "--active", "free", OnVa0("2001:db8::41/64", "<dad><timeout>8000</timeout></dad>"),
-             0, "Success.", "2001:db8::41/64", "dadfailed", "DAD of 2001:db8::41 on va0 passed."}});
+  RunSteps({{.mode = "--active",
+             .rsc = "free",
+             .params = OnVa0("2001:db8::41/64", "<dad><timeout>8000</timeout></dad>"),
+             .desc = "Success.",
+             .shown = "2001:db8::41/64",
+             .gone = "dadfailed",
+             .log = "DAD of 2001:db8::41 on va0 passed."}});
   EXPECT_FALSE(Contains(AgentAddrs("-6"), "tentative")) << AgentAddrs("-6");
 }
 
@@ -161,18 +195,30 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
       "(ip netns exec $P timeout 60 tcpdump -l -xx -i vb0 -n -c 2 'ether src " + mac +
       " and icmp6 and ip6[40] = 136' >$D/na 2>&1 &); for i in $(seq 200); do grep -qs listening "
       "$D/na && break; sleep 0.05; done; ";
+  const std::string first =
+      catching +
+      "ip -n $P -6 neigh replace 2001:db8::50 lladdr 02:00:00:00:00:99 dev vb0 nud stale";
   RunSteps({
-      {(catching + "ip -n $P -6 neigh replace 2001:db8::50 lladdr 02:00:00:00:00:99 dev vb0 nud "
-                   "stale")
-           .c_str(),
-       "--active", "na", OnVa0("2001:db8::50/64", "<na><retry>2</retry></na>"), 0, "Success.",
-       "2001:db8::50/64", "", "vip_send_na() OK."},
-      {"ip -n $P -6 neigh replace 2001:db8::51 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
-       "--active", "none", OnVa0("2001:db8::51/64"), 0, "Success.", "2001:db8::51/64"},
+      {.setup = first.c_str(),
+       .mode = "--active",
+       .rsc = "na",
+       .params = OnVa0("2001:db8::50/64", "<na><retry>2</retry></na>"),
+       .desc = "Success.",
+       .shown = "2001:db8::50/64",
+       .log = "vip_send_na() OK."},
+      {.setup = "ip -n $P -6 neigh replace 2001:db8::51 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
+       .mode = "--active",
+       .rsc = "none",
+       .params = OnVa0("2001:db8::51/64"),
+       .desc = "Success.",
+       .shown = "2001:db8::51/64"},
       // Without a link-local source nothing can be sent: a warning only.
-      {"ip -n $A -6 addr flush dev va0 scope link", "--active", "nolinklocal",
-       OnVa0("2001:db8::52/64", "<na><retry>1</retry></na>"), 0, "", "2001:db8::52/64", "",
-       "vip_send_na() failed. (ret=20)"},
+      {.setup = "ip -n $A -6 addr flush dev va0 scope link",
+       .mode = "--active",
+       .rsc = "nolinklocal",
+       .params = OnVa0("2001:db8::52/64", "<na><retry>1</retry></na>"),
+       .shown = "2001:db8::52/64",
+       .log = "vip_send_na() failed. (ret=20)"},
   });
   std::string neigh;
   pair_->InPeer("ip -6 neigh show dev vb0", &neigh);

@@ -182,7 +182,7 @@ int vip_dad_check(VIP_INFO* info, struct vdevinfo* vdev, bool* announce) {
     RemoveAddress(info, vdev);
     ret = vyr::Fail(vyr::status::kInUse, "This ip address was already used.  IP=%s", info->addr);
   } else if (verdict != DadVerdict::kUsable) {
-    TRACE(TRACE_WARNING, "DAD of %s on %s is not over: %s after %d ms.", info->addr, device,
+    TRACE(TRACE_WARNING, "DAD of %s on %s: %s within %d ms.", info->addr, device,
           VerdictName(verdict), limit);
   } else {
     TRACE(TRACE_INFO, "DAD of %s on %s passed.", info->addr, device);
