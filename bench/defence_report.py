@@ -90,8 +90,9 @@ for name, xs in hyperfine("dad"):
 md.append("| the kernel's own DAD: `ip addr add` until `ip monitor` shows the address no longer "
           "tentative | %s |" % fmt(kernel))
 md.append("")
-md.append("The wait is the kernel's time (a random start delay of up to one second, then one "
-          "probe and one second) plus the agent's own run: %.1f ms against %.1f ms at the median."
+md.append("The wait follows the kernel's own time (a random start delay of up to one second, "
+          "then one probe and one second to wait for an answer), which varies from run to run: the "
+          "wait added %.1f ms to the activation, the kernel's own DAD took %.1f ms, at the median."
           % (median(dad["IPv6 activation, dad/timeout 5000"]) - median(dad["IPv6 activation, no wait"]),
              median(kernel)))
 md.append("")
