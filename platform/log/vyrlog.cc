@@ -177,3 +177,7 @@ int log_term(void* handle) {
   std::unique_ptr<LogHandle> h(static_cast<LogHandle*>(handle));
   return 0;
 }
+
+const char* log_path(void* handle) {
+  return handle == nullptr ? nullptr : static_cast<LogHandle*>(handle)->path.c_str();
+}

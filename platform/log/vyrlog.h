@@ -40,3 +40,7 @@ void log_write(void* handle, int level, int event, const char* file, int line, c
 
 // Closes the log and frees the handle. Returns 0.
 int log_term(void* handle);
+
+// The file the handle writes to, or null for a null handle. Valid until
+// log_term.
+const char* log_path(void* handle);

@@ -27,7 +27,23 @@ constexpr int kNoReply = 1;
 constexpr int kError = 2;
 constexpr long kMaxCount = 65535;  // sequence numbers are 16 bits
 
-void Usage() { std::fprintf(stderr, "usage: vyrping -c COUNT ADDRESS\n"); }
+constexpr const char* kUsage = "usage: vyrping -c COUNT ADDRESS\n";
+
+constexpr const char* kHelp =
+    "\n"
+    "Sends COUNT echo requests (1 to 65535) to ADDRESS, IPv4 or IPv6, one\n"
+    "second apart with the first at once. Exit status: 0 a reply arrived,\n"
+    "1 no reply within one second after the last request, 2 an error.\n";
+
+void Usage() { std::fputs(kUsage, stderr); }
+
+bool AsksForHelp(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--") == 0) return false;
+    if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) return true;
+  }
+  return false;
+}
 
 struct Args {
   long count = 0;
@@ -128,6 +144,11 @@ int Probe(vyrping::EchoSocket& sock, const vyrping::Target& target, const Args& 
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (AsksForHelp(argc, argv)) {
+    std::fputs(kUsage, stdout);
+    std::fputs(kHelp, stdout);
+    return kReply;
+  }
   Args args;
   if (!ParseArgs(argc, argv, &args)) {
     Usage();

@@ -79,6 +79,8 @@ void traceopen(const char* type, int level, int size, const char* path) {
 
 void traceclose(void) { CloseOn(&loghandle, &traceinit); }
 
+const char* tracefile(void) { return log_path(loghandle); }
+
 void tracetell(const char* name) { std::snprintf(rscname, 9, "%s", name ? name : ""); }
 
 void trace(int level, const char* file, int line, const char* func, const char* format, ...) {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "common/text.h"
 #include "nicCommon/nic_ifconfig_probe.h"
@@ -21,6 +22,7 @@
 #include "vip/deactivate.h"
 #include "vip/globals.h"
 #include "vip/status.h"
+#include "vip/terminal.h"
 
 namespace {
 
@@ -40,7 +42,19 @@ struct Run {
   bool check_mode = false;
   int chkret = 0;
   int ret = 0;
+  // For the terminal line: why the run stopped early, and the trace log's
+  // file while it was open.
+  VIP_EARLY early = VIP_EARLY::kNone;
+  std::string trace_log;
 };
+
+// vip_init's result, remembered for the terminal line.
+int Init(Run& run) {
+  const int ret = vip_init();
+  if (ret == kNotRoot) run.early = VIP_EARLY::kNotRoot;
+  if (ret == 0 && tracefile() != nullptr) run.trace_log = tracefile();
+  return ret;
+}
 
 void ClearGlobals() {
   std::memset(inspath, 0, sizeof inspath);
@@ -157,7 +171,7 @@ int RunWithRecord(int argc, char** argv, VIP_INFO* info) {
 }
 
 void ResourceMode(Run& run, int argc, char** argv) {
-  run.ret = vip_init();
+  run.ret = Init(run);
   if (run.ret != 0) return;
   TraceBanner();
   // A binding that cannot be attached is traced by its wrapper; the run
@@ -172,7 +186,7 @@ void ResourceMode(Run& run, int argc, char** argv) {
 
 void CheckMode(Run& run, int argc, char** argv) {
   run.check_mode = true;
-  if (vip_init() != 0) {
+  if (Init(run) != 0) {
     run.chkret = kCheckFinding;
     return;
   }
@@ -192,6 +206,21 @@ int Shutdown(Run& run) {
   vip_xml_term();
   vip_log_term();
   return run.ret;
+}
+
+void TellTerminal(const Run& run, const char* argv0, int status) {
+  VIP_OUTCOME outcome;
+  const char* slash = argv0 != nullptr ? std::strrchr(argv0, '/') : nullptr;
+  outcome.program = slash != nullptr ? slash + 1 : (argv0 != nullptr ? argv0 : "vyrvip");
+  outcome.status = status;
+  outcome.early = run.early;
+  outcome.check_mode = run.check_mode;
+  char description[VIP_SHMBUF_LEN];
+  vip_get_shmbuf(description);
+  outcome.description = description;
+  outcome.trace_log = run.trace_log;
+  outcome.check_log = rdrctfile;
+  vip_tell_terminal(outcome);
 }
 
 }  // namespace
@@ -223,10 +252,13 @@ int vip_main(int argc, char** argv) {
     // is stored.
     TRACE(TRACE_ERROR, "Invalid option. (argc=%d)", argc);
     run.ret = vyr::Fail(kInvalidOption, "Option was invalid.");
+    run.early = VIP_EARLY::kNoMode;
   } else if (vyr::EqualsNoCase(argv[1], "--test")) {
     CheckMode(run, argc, argv);
   } else {
     ResourceMode(run, argc, argv);
   }
-  return Shutdown(run);
+  const int status = Shutdown(run);
+  TellTerminal(run, argv[0], status);
+  return status;
 }
