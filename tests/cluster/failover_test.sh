@@ -17,8 +17,8 @@ cl_install "$build"
 
 VIP=192.0.2.100
 WAIT=60 # seconds any one cluster step may take on a loaded machine
-# Action time limits as docs/pacemaker.md gives them.
-OPS="op monitor interval=5s timeout=20s op start timeout=200s op stop timeout=400s"
+# Action time limits that cover what the meta-data advises.
+OPS="op monitor interval=5s timeout=20s op start timeout=200s op stop timeout=450s"
 
 ok() { printf 'ok - %s\n' "$*"; }
 holder() { cl_holders "$VIP" | tr '\n' ' ' | sed 's/ $//'; }

@@ -61,11 +61,12 @@ cl_setup() {
   chmod 0755 "$CL_WORK"
   CL_BR="vyrcl-$CL_TAG-$$"
   CL_PIDS=()
+  CL_PIDNS=()
   CL_NSALL=()
   CL_BG=()
   trap cl__on_exit EXIT
-  trap 'exit 130' INT
-  trap 'exit 143' TERM
+  trap 'cl_log "interrupted (SIGINT)"; exit 130' INT
+  trap 'cl_log "interrupted (SIGTERM)"; exit 143' TERM
 }
 
 # Installs the build tree BUILD into a staging folder of the run; each node
@@ -226,6 +227,7 @@ cl_boot() {
   pid=$(pgrep -P "$ush")
   CL_PIDS[n]=$pid
   CL_NSALL+=("$(readlink "/proc/$pid/ns/net")")
+  CL_PIDNS[n]=$(readlink "/proc/$pid/ns/pid")
   cl_client ip link add "n$n" type veth peer name eth0 netns "$pid"
   cl_client ip link set "n$n" master br0 up
   cl_in "$n" ip link set lo up
@@ -278,11 +280,12 @@ cl_cluster_up() {
 
 # Every process whose PID namespace is node N's.
 cl_node_procs() {
-  local want p
-  want=$(readlink "/proc/${CL_PIDS[$1]}/ns/pid" 2>/dev/null) || return 0
+  local want=${CL_PIDNS[$1]:-} p
+  [ -n "$want" ] || return 0
   for p in /proc/[0-9]*; do
     [ "$(readlink "$p/ns/pid" 2>/dev/null)" = "$want" ] && echo "${p#/proc/}"
   done
+  return 0
 }
 
 # SIGKILLs every process of node N, its init last: the node dies with its
@@ -290,10 +293,11 @@ cl_node_procs() {
 cl_kill() {
   local n=$1 init=${CL_PIDS[$1]} p
   # shellcheck disable=SC2046
+  # A process may end between the listing and its kill.
   for p in $(cl_node_procs "$n"); do
-    [ "$p" = "$init" ] || kill -KILL "$p" 2>/dev/null
+    if [ "$p" != "$init" ]; then kill -KILL "$p" 2>/dev/null || true; fi
   done
-  kill -KILL "$init" 2>/dev/null
+  kill -KILL "$init" 2>/dev/null || true
   cl_wait 20 cl_dead "$n" || cl_die "node$n still has processes after SIGKILL"
   # The network namespace goes once its last process is gone; its veth
   # end on the bridge goes with it.
@@ -302,6 +306,7 @@ cl_kill() {
 }
 cl_veth_gone() { ! cl_client ip link show "n$1" >/dev/null 2>&1; }
 cl_dead() { ! kill -0 "${CL_PIDS[$1]}" 2>/dev/null; }
+cl_node_empty() { [ -z "$(cl_node_procs "$1")" ]; }
 
 # Boots node N again after cl_kill: a fresh /run and /dev/shm, the node's
 # disk (CIB, logs) as it was.
@@ -433,7 +438,13 @@ cl_standby() {
 cl__on_exit() {
   local rc=$?
   trap - EXIT INT TERM
-  [ "$rc" -ne 0 ] && cl_diagnose
+  # Nothing in here may end the run before the teardown: a node that is
+  # already gone makes crm_mon fail.
+  set +e
+  if [ "$rc" -ne 0 ]; then
+    cl_log "ending with status $rc"
+    cl_diagnose
+  fi
   cl_teardown "$rc"
   # Teardown must leave nothing behind, also after a failed check.
   cl_check_clean || rc=1
@@ -458,17 +469,22 @@ cl_diagnose() {
 # Removes the nodes, the bridge namespace and the work folder (kept for a
 # failed run when CL_KEEP is set).
 cl_teardown() {
-  local rc=${1:-0}
+  local rc=${1:-0} errexit=0
+  [[ $- == *e* ]] && errexit=1
   set +e
   local p n
   for n in 1 2; do
     [ -n "${CL_PIDS[n]:-}" ] || continue
     for p in $(cl_node_procs "$n"); do kill -KILL "$p" 2>/dev/null; done
   done
+  # SIGKILL is not the end yet: wait until the nodes' processes are gone.
+  for n in 1 2; do
+    cl_wait 20 cl_node_empty "$n" || cl_log "node$n still has processes: $(cl_node_procs "$n")"
+  done
   for p in "${CL_BG[@]}"; do kill "$p" 2>/dev/null; done
   # Background pipelines leave their other members (tcpdump, ping) in the
   # bridge namespace: ip netns pids names them all.
-  if [ -n "${CL_BR:-}" ] && ip netns list | grep -w "$CL_BR" >/dev/null; then
+  if [ -n "${CL_BR:-}" ] && ip netns list 2>/dev/null | grep -w "$CL_BR" >/dev/null; then
     for p in $(ip netns pids "$CL_BR"); do kill -KILL "$p" 2>/dev/null; done
     ip netns del "$CL_BR"
   fi
@@ -479,7 +495,8 @@ cl_teardown() {
   else
     [ -n "${CL_WORK:-}" ] && rm -rf "$CL_WORK"
   fi
-  set -e
+  if [ "$errexit" = 1 ]; then set -e; fi
+  return 0
 }
 
 # After cl_teardown: nothing of this run is left. Prints what is left and
@@ -487,7 +504,7 @@ cl_teardown() {
 cl_check_clean() {
   local left="" p ns n
   [ -n "${CL_KEEP:-}" ] || [ ! -e "$CL_WORK" ] || left+="work folder $CL_WORK; "
-  ip netns list | grep -w "$CL_BR" >/dev/null && left+="namespace $CL_BR; "
+  ip netns list 2>/dev/null | grep -w "$CL_BR" >/dev/null && left+="namespace $CL_BR; "
   grep -q "vyrcl-$CL_TAG-$$" /proc/self/mountinfo && left+="mounts; "
   for p in /proc/[0-9]*; do
     ns=$(readlink "$p/ns/net" 2>/dev/null) || continue

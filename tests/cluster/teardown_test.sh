@@ -15,7 +15,8 @@ out=$(mktemp -d /tmp/vyrcl-teardown.XXXXXX)
 trap 'rm -rf "$out"' EXIT
 
 # The child: both nodes with every daemon, watchers and the client's ping
-# running, its names written down, then the failure.
+# running, its names written down, then the failure (after node 2's
+# daemons died) or a wait for SIGTERM.
 child() {
   local how=$1
   bash -c '
@@ -26,7 +27,14 @@ child() {
     cl_watch_addrs 1
     cl_client_ping 192.0.2.1
     { echo "pid $$"; echo "work $CL_WORK"; echo "br $CL_BR"; printf "ns %s\n" "${CL_NSALL[@]}"; } >"$2/names"
-    [ "$3" = fail ] && cl_die "a check fails on purpose"
+    if [ "$3" = fail ]; then
+      # Node 2 loses its daemons first: the diagnosis must not stop the
+      # teardown when crm_mon cannot reach a node.
+      for p in $(cl_node_procs 2); do
+        if [ "$p" != "${CL_PIDS[2]}" ]; then kill -KILL "$p" || true; fi
+      done
+      cl_die "a check fails on purpose"
+    fi
     touch "$2/ready"
     sleep 600 &
     wait $!' _ "$here" "$out" "$how" >"$out/child.out" 2>&1
@@ -41,7 +49,7 @@ leftovers() {
     return
   }
   [ -e "$work" ] && left+="work folder; "
-  ip netns list | grep -w "$br" >/dev/null && left+="namespace $br; "
+  ip netns list 2>/dev/null | grep -w "$br" >/dev/null && left+="namespace $br; "
   grep -F "$work" /proc/self/mountinfo >/dev/null && left+="mounts; "
   for p in /proc/[0-9]*; do
     ns=$(readlink "$p/ns/net" 2>/dev/null) || continue
