@@ -82,7 +82,9 @@ class ClusterEnv {
   static const std::string& Installed() {
     static TempDir dir;
     static const std::string prefix =
-        Sh("cmake --install '" VYR_BINARY_DIR "' --prefix '" + dir.path() + "'") ? "" : dir.path();
+        Sh("'" VYR_SOURCE_DIR "/scripts/install-private' '" VYR_BINARY_DIR "' '" + dir.path() + "'")
+            ? ""
+            : dir.path();
     return prefix;
   }
 
