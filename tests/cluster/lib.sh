@@ -212,9 +212,10 @@ cl_boot() {
   local n=$1 d pid i
   d=$(cl_node_dir "$n")
   rm -f "$d/booted"
-  # --kill-child: should this shell die without its teardown (SIGKILL), the
-  # node dies with its unshare.
-  unshare --net --mount --uts --pid --fork --mount-proc --kill-child \
+  # Should this shell die without its teardown (SIGKILL, a test time-out),
+  # the node dies with it: unshare gets SIGKILL when its parent ends, and
+  # --kill-child passes it on to the node's init.
+  setpriv --pdeathsig KILL unshare --net --mount --uts --pid --fork --mount-proc --kill-child \
     bash "$CL_LIB_DIR/node-init" "$d" "node$n" "${CL_PLACES[@]}" >>"$d/init.out" 2>&1 &
   CL_BG+=($!)
   local ush=$!
