@@ -12,17 +12,11 @@ import subprocess
 import sys
 import time
 
+from benchlib import quantile
+
 work, results = sys.argv[1], sys.argv[2]
 BEGIN = "<!-- BEGIN defence: written by bench/defence -->"
 END = "<!-- END defence -->"
-
-
-def quantile(xs, q):
-    xs = sorted(xs)
-    pos = (len(xs) - 1) * q
-    lo = int(pos)
-    hi = min(lo + 1, len(xs) - 1)
-    return xs[lo] + (xs[hi] - xs[lo]) * (pos - lo)
 
 
 def fmt(xs):

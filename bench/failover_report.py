@@ -9,8 +9,9 @@ file).
 import os
 import platform
 import statistics
-import subprocess
 import sys
+
+from benchlib import sh, steal_percent
 
 BEGIN = "<!-- BEGIN failover: written by bench/failover -->"
 END = "<!-- END failover -->"
@@ -47,18 +48,6 @@ def cell(variant, metric):
     return "%d ms (%d-%d, n=%d)" % (statistics.median(v), min(v), max(v), len(v))
 
 
-def sh(cmd):
-    return subprocess.run(cmd, shell=True, capture_output=True, text=True).stdout.strip()
-
-
-def steal_percent():
-    def read(name):
-        with open(os.path.join(work, name)) as f:
-            return [int(x) for x in f.read().split()[1:9]]
-    delta = [b - a for a, b in zip(read("cpu-start"), read("cpu-end"))]
-    return 100.0 * delta[7] / max(sum(delta), 1)
-
-
 verdicts = []
 for how in ("standby", "kill"):
     metric = how + ": client answered from its MAC"
@@ -79,7 +68,7 @@ md.append("Measured by `bench/failover` on %s: %s rounds on a two-node Pacemaker
           "token %s ms, resource-stickiness 100, monitor every 10 s). Machine: %s, %d cores, "
           "kernel %s; CPU time stolen by the host during the run: %.1f%%; load average at the "
           "end: %s." % (started, rounds, token_ms, cpu, os.cpu_count(), platform.release(),
-                        steal_percent(), sh("cut -d' ' -f1-3 /proc/loadavg")))
+                        steal_percent(os.path.join(work, "cpu-start"), os.path.join(work, "cpu-end")), sh("cut -d' ' -f1-3 /proc/loadavg")))
 md.append("")
 md.append("Each round moves each resource in turn (the order rotates from round to round; only "
           "the resource under test runs): `crm node standby` of the node holding it, back "

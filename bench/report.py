@@ -11,15 +11,9 @@ import subprocess
 import sys
 import time
 
+from benchlib import quantile, sh, steal_percent
+
 work, out = sys.argv[1], sys.argv[2]
-
-
-def quantile(xs, q):
-    xs = sorted(xs)
-    pos = (len(xs) - 1) * q
-    lo = int(pos)
-    hi = min(lo + 1, len(xs) - 1)
-    return xs[lo] + (xs[hi] - xs[lo]) * (pos - lo)
 
 
 def summary(times_ms):
@@ -176,26 +170,12 @@ for key, value in peaks.items():
     peak_rows.append("| %s | %.1f MiB | < 16 MiB | %s |" % (key, kib / 1024.0, verdict(met)))
 
 
-def sh(cmd):
-    return subprocess.run(cmd, shell=True, capture_output=True, text=True).stdout.strip()
-
-
 cpu_model = sh("grep -m1 'model name' /proc/cpuinfo | cut -d: -f2-")
-
-
-def steal_percent():
-    # /proc/stat "cpu" line: user nice system idle iowait irq softirq steal ...
-    def read(name):
-        with open(os.path.join(work, name)) as f:
-            return [int(x) for x in f.read().split()[1:9]]
-    start, end = read("cpu-start.txt"), read("cpu-end.txt")
-    delta = [b - a for a, b in zip(start, end)]
-    return 100.0 * delta[7] / max(sum(delta), 1)
 
 
 machine = "%s, %s cores, %s, kernel %s; CPU time stolen by the host during the run: %.1f%%; load average at the end: %s" % (
     cpu_model or platform.processor(), os.cpu_count(), sh("free -h | awk '/Mem:/ {print $2}'") + " RAM",
-    platform.release(), steal_percent(), sh("cut -d' ' -f1-3 /proc/loadavg"))
+    platform.release(), steal_percent(os.path.join(work, "cpu-start.txt"), os.path.join(work, "cpu-end.txt")), sh("cut -d' ' -f1-3 /proc/loadavg"))
 
 missed = [w for w, m in verdicts if not m]
 md = []
