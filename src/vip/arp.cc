@@ -13,6 +13,7 @@
 
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
+#include "vip/raw_link.h"
 #include "vip/status.h"
 
 // The announcement names itself "sendarp" in the trace.
@@ -27,17 +28,14 @@ constexpr uint16_t kHwTypeEthernet = 1;
 // queued on it.
 constexpr uint16_t kSocketProtocol = 0x8035;
 
-// The announcement's own failures; they are described, but never fail the run.
-constexpr int kSocketFailed = 19;
-constexpr int kNoIndex = 20;
-constexpr int kSendFailed = 21;
-
+// The announcement's failures (the raw-frame statuses) are described, but
+// never fail the run.
 int SendFrames(const vyr::UniqueFd& sock, const arp_packet& pkt, const sockaddr_ll& to, int num) {
   for (int i = 0; i < num; ++i) {
     if (::sendto(sock.get(), &pkt, sizeof pkt, 0, reinterpret_cast<const sockaddr*>(&to),
                  sizeof to) < 0) {
       ARP_TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
-      return vyr::Fail(kSendFailed);
+      return vyr::Fail(vyr::kRawSendFailed);
     }
     ::sleep(1);
   }
@@ -48,7 +46,7 @@ int SendArp(const vdevinfo* vdev, int num, int opcode) {
   vyr::UniqueFd sock(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(kSocketProtocol)));
   if (!sock.valid()) {
     ARP_TRACE(TRACE_ERROR, "socket() failed. (sock=%d)", sock.get());
-    return vyr::Fail(kSocketFailed);
+    return vyr::Fail(vyr::kRawSocketFailed);
   }
   arp_packet pkt;
   vip_fill_arp_packet(vdev, opcode, &pkt);
@@ -57,7 +55,7 @@ int SendArp(const vdevinfo* vdev, int num, int opcode) {
   std::snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%.15s", vdev->ifname);
   if (::ioctl(sock.get(), SIOCGIFINDEX, &ifr) < 0) {
     ARP_TRACE(TRACE_ERROR, "ioctl(%d SIOCGIFINDEX) failed. (errno=%d)", sock.get(), errno);
-    return vyr::Fail(kNoIndex);
+    return vyr::Fail(vyr::kRawNoInterface);
   }
   sockaddr_ll to{};
   to.sll_ifindex = ifr.ifr_ifindex;

@@ -22,9 +22,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 using vyr::status::kInUse;
-constexpr int kNoSocket = 19;
-constexpr int kNoInterface = 20;
-constexpr int kSendFailed = 21;
 constexpr int kEventInUse = 10;
 constexpr int kEventForced = 11;
 constexpr uint16_t kArpRequest = 1;
@@ -90,17 +87,17 @@ int Probe(const char* ifname, in_addr addr, int timeout_ms, unsigned char* claim
   vyr::UniqueFd sock = vyr::OpenPacketSocket();
   if (!sock || !AttachClaimFilter(sock.get(), addr)) {
     TRACE(TRACE_ERROR, "socket() failed. (errno=%d)", errno);
-    return kNoSocket;
+    return vyr::kRawSocketFailed;
   }
   unsigned char own[vyr::kMacLen] = {};
   const unsigned ifindex = vyr::LinkIndex(sock.get(), ifname);
   if (ifindex == 0 || !vyr::LinkMac(sock.get(), ifname, own)) {
     TRACE(TRACE_ERROR, "ioctl(%s) failed. (errno=%d)", ifname, errno);
-    return kNoInterface;
+    return vyr::kRawNoInterface;
   }
   if (!vyr::BindLink(sock.get(), ifindex, ETH_P_ARP)) {
     TRACE(TRACE_ERROR, "bind(%s) failed. (errno=%d)", ifname, errno);
-    return kNoSocket;
+    return vyr::kRawSocketFailed;
   }
   const arp_packet probe = ProbeFrame(own, addr);
   const Clock::time_point start = Clock::now();
@@ -111,7 +108,7 @@ int Probe(const char* ifname, in_addr addr, int timeout_ms, unsigned char* claim
     if (sent < VIP_ARP_PROBES && Clock::now() >= start + limit * sent / VIP_ARP_PROBES) {
       if (!vyr::SendFrame(sock.get(), ifindex, &probe, sizeof probe)) {
         TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
-        return kSendFailed;
+        return vyr::kRawSendFailed;
       }
       ++sent;
       continue;
@@ -123,7 +120,7 @@ int Probe(const char* ifname, in_addr addr, int timeout_ms, unsigned char* claim
     if (ready > 0 && ReadClaim(sock.get(), addr, own, claimant)) return kInUse;
     if (ready < 0 && errno != EINTR) {
       TRACE(TRACE_ERROR, "poll(%d) failed. (errno=%d)", sock.get(), errno);
-      return kNoSocket;
+      return vyr::kRawSocketFailed;
     }
     if (sent >= VIP_ARP_PROBES && Clock::now() >= deadline) return 0;
   }
@@ -143,7 +140,7 @@ int vip_arp_probe(const char* ifname, const char* addr, int timeout_ms, char* ma
   int ret = 0;
   if (inet_pton(AF_INET, addr, &target) != 1) {
     TRACE(TRACE_ERROR, "inet_pton(%s) failed.", addr);
-    ret = kNoInterface;
+    ret = vyr::kRawNoInterface;
   } else {
     ret = Probe(ifname, target, timeout_ms, claimant);
   }

@@ -27,11 +27,6 @@ struct IfaddrsFree {
 };
 using IfaddrsList = std::unique_ptr<ifaddrs, IfaddrsFree>;
 
-// The advertisement's own failures; they are described, but never fail the run.
-constexpr int kSocketFailed = 19;
-constexpr int kNoIndex = 20;
-constexpr int kSendFailed = 21;
-
 // The one's complement sum of `len` bytes, folded later.
 uint32_t SumWords(const unsigned char* data, std::size_t len, uint32_t sum) {
   for (std::size_t i = 0; i + 1 < len; i += 2) {
@@ -76,25 +71,25 @@ int SendNa(const vdevinfo* vdev, int num) {
   vyr::UniqueFd sock = vyr::OpenPacketSocket();
   if (!sock) {
     TRACE(TRACE_ERROR, "socket() failed. (errno=%d)", errno);
-    return vyr::Fail(kSocketFailed);
+    return vyr::Fail(vyr::kRawSocketFailed);
   }
   unsigned char mac[vyr::kMacLen] = {};
   const unsigned ifindex = vyr::LinkIndex(sock.get(), device);
   if (ifindex == 0 || !vyr::LinkMac(sock.get(), device, mac)) {
     TRACE(TRACE_ERROR, "ioctl(%d %s) failed. (errno=%d)", sock.get(), device, errno);
-    return vyr::Fail(kNoIndex);
+    return vyr::Fail(vyr::kRawNoInterface);
   }
   in6_addr source{};
   if (!LinkLocal(device, &source)) {
     TRACE(TRACE_ERROR, "No link-local address on %s.", device);
-    return vyr::Fail(kNoIndex);
+    return vyr::Fail(vyr::kRawNoInterface);
   }
   na_frame frame;
   vip_fill_na_frame(mac, source, vdev->nipel6.addr, &frame);
   for (int i = 0; i < num; ++i) {
     if (!vyr::SendFrame(sock.get(), ifindex, &frame, sizeof frame)) {
       TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
-      return vyr::Fail(kSendFailed);
+      return vyr::Fail(vyr::kRawSendFailed);
     }
     ::sleep(1);
   }

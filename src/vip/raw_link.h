@@ -11,6 +11,13 @@ namespace vyr {
 
 inline constexpr int kMacLen = 6;
 
+// Statuses of the frames the agent sends itself (gratuitous ARP, ARP probe,
+// Neighbor Advertisements): the packet socket could not be opened, the
+// interface's index or MAC address could not be read, a frame was not sent.
+inline constexpr int kRawSocketFailed = 19;
+inline constexpr int kRawNoInterface = 20;
+inline constexpr int kRawSendFailed = 21;
+
 // A close-on-exec AF_PACKET raw socket that receives nothing until it is
 // bound (protocol 0): a filter can be attached before the first frame is
 // queued. Invalid on failure, with errno set.
