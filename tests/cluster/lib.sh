@@ -114,8 +114,14 @@ cl_run() {
   mapfile -t envv < <(cl_env "$n")
   cl_in "$n" "${envv[@]}" "$@"
 }
-# crm, crm_mon, ... run on node N.
-cl_crm() { cl_run "$@"; }
+# crm, crm_mon, ... run on node N. None may outlive two minutes: a node
+# whose daemons are half gone can leave a client waiting forever, and a
+# harness must end with a verdict (crm_resource --wait takes at most 60 s).
+cl_crm() {
+  local n=$1
+  shift
+  cl_run "$n" timeout -k 5 120 "$@"
+}
 
 cl_write_corosync_conf() {
   local d=$1
@@ -461,7 +467,7 @@ cl_diagnose() {
     cl_dead "$n" && continue
     d=$(cl_node_dir "$n")
     echo "---- node$n: crm_mon -1" >&2
-    cl_crm "$n" crm_mon -1 -r >&2 2>&1
+    cl_run "$n" timeout -k 5 20 crm_mon -1 -r >&2 2>&1
     echo "---- node$n: pacemaker.log (end)" >&2
     tail -n 40 "$d/log-pacemaker/pacemaker.log" >&2 2>/dev/null
   done
