@@ -91,7 +91,8 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
        {99, {"E [003] Parameter Source IP Address is empty.", "E [099] Internal error occurred."}}},
   };
   for (const auto& [rscname, outcome] : cases) {
-    EXPECT_EQ(vyrtest::CheckLogged(rscname, [&rscname = rscname] { return vip_conf_check(rscname.c_str()); }),
+    EXPECT_EQ(vyrtest::CheckLogged(
+                  rscname, [&rscname = rscname] { return vip_conf_check(rscname.c_str()); }),
               outcome)
         << rscname;
     EXPECT_EQ(hchkconf, nullptr) << rscname << ": the configuration under check stays loaded";
