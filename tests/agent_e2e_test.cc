@@ -8,18 +8,11 @@
 namespace {
 
 using vyrtest::AgentE2E;
-
-std::string OnVa0(const char* ip, const std::string& more = "") {
-  return std::string("<ip>") + ip + "</ip><ifname>va0</ifname>" + more;
-}
-
-// The agent's one-second waits, switched off where a step does not look at
-// them: the activation probe (a free address is silent for a second), the
-// pause after each gratuitous ARP frame, and deactivation's confirming ping.
-const std::string kNoProbe = "<ping><timeout>0</timeout></ping>";
-const std::string kNoArp = "<arp><retry>0</retry></arp>";
-const std::string kNoPingCheck = "<check><ping><execute>0</execute></ping></check>";
-const std::string kQuiet = kNoProbe + kNoArp + kNoPingCheck;
+using vyrtest::kNoArp;
+using vyrtest::kNoPingCheck;
+using vyrtest::kNoProbe;
+using vyrtest::kQuiet;
+using vyrtest::OnVa0;
 
 // Activation, refusals, forcing, npsimu, the link check and deactivation's
 // confirmations, with the kernel making the changes.

@@ -232,10 +232,7 @@ class ProbeNetns : public vyrtest::AgentNetnsTest {
   void SetUp() override {
     AgentNetnsTest::SetUp();
     if (IsSkipped() || HasFatalFailure()) return;
-    ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0 && "
-                                "ip addr add 2001:db8::1/64 dev va0 nodad"));
-    ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.2/24 dev vb0 && "
-                               "ip addr add 2001:db8::2/64 dev vb0 nodad"));
+    ASSERT_EQ(0, pair_->AddAddresses());
   }
 };
 
@@ -283,8 +280,8 @@ TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
 // one gets arp's refusal of the IPv6 address (3). Blanks around an address
 // are dropped; a text that is no address is vyrping's to refuse (2).
 TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
-  std::string mac;
-  ASSERT_EQ(pair_->InPeer("cat /sys/class/net/vb0/address", &mac), 0);
+  const std::string mac = pair_->PeerMac();
+  ASSERT_EQ(mac.size(), 17u) << mac;
   const char* kUsed = "IP address was already used.";
   const struct {
     const char* addr;
@@ -292,13 +289,12 @@ TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
     std::string trace;
     const char* desc;
   } cases[] = {
-      {"192.0.2.2", 0, 15, "192.0.2.2 is already exist.(macaddr : " + mac.substr(0, 17) + ")",
-       kUsed},
+      {"192.0.2.2", 0, 15, "192.0.2.2 is already exist.(macaddr : " + mac + ")", kUsed},
       {"192.0.2.3", 0, 0, "", ""},
       {"2001:db8::2", 1, 15, "2001:db8::2 is already exist. (ret=1)", kUsed},
       {"2001:db8::3", 1, 0, "", ""},
       {"2001:db8::2", 0, 15, "2001:db8::2 is already exist. (ret=3)", kUsed},
-      {" 192.0.2.2 ", 0, 15, " 192.0.2.2  is already exist.(macaddr : " + mac.substr(0, 17), kUsed},
+      {" 192.0.2.2 ", 0, 15, " 192.0.2.2  is already exist.(macaddr : " + mac, kUsed},
       {"192.0.2.3 ", 0, 0, "system(\"" + kBinDir + "/vyrping\" -c 1 192.0.2.3 > /dev/null 2>&1)",
        ""},
       {"host.example", 0, 2, "ping to host.example failed (after system()).",

@@ -17,6 +17,7 @@
 namespace {
 
 using vyrtest::Contains;
+using vyrtest::kQuiet;
 using vyrtest::ReadFile;
 using vyrtest::WriteFile;
 using Clock = std::chrono::steady_clock;
@@ -24,10 +25,9 @@ using StressAgents = vyrtest::AgentE2E;
 
 // Resource vipN for 192.0.2.N/24 on va0.
 std::string Vip(int n, const std::string& more = "") {
-  return vyrtest::Resource("vip" + std::to_string(n), "<ip>192.0.2." + std::to_string(n) +
-                                                          "/24</ip><ifname>va0</ifname>" + more);
+  return vyrtest::Resource("vip" + std::to_string(n),
+                           vyrtest::OnVa0("192.0.2." + std::to_string(n) + "/24", more));
 }
-constexpr const char* kQuiet = "<ping><timeout>0</timeout></ping><arp><retry>0</retry></arp>";
 
 // The interface tool lists like one of the older layout (which is also on
 // PATH for the one-time probe), but while the file "hang" exists it writes
@@ -80,7 +80,7 @@ TEST_F(StressFaults, AgentKilledInsideTheCriticalSectionDoesNotBlockTheNext) {
 
 // 23 within the configured second plus half a second, and the tool ended.
 TEST_F(StressFaults, HangingInterfaceToolTimesOutWithoutLeavingItBehind) {
-  WriteConfig(Vip(12, std::string("<ifconfig><timeout>1</timeout></ifconfig>") + kQuiet));
+  WriteConfig(Vip(12, "<ifconfig><timeout>1</timeout></ifconfig>" + kQuiet));
   const auto start = Clock::now();
   EXPECT_EQ(23, Run("--active -r vip12 -g grp1")) << env_.Log();
   const auto end = std::chrono::system_clock::now();
@@ -141,10 +141,7 @@ TEST_F(StressAgents, ThirtyTwoAgentsTwentyRoundsLeaveNothingBehind) {
   // No probe, no frames, no ping confirmation: the rounds load the critical
   // section and the listing, not the mandated waits.
   std::string resources;
-  for (int i = 0; i < kAgents; ++i) {
-    resources +=
-        Vip(100 + i, std::string(kQuiet) + "<check><ping><execute>0</execute></ping></check>");
-  }
+  for (int i = 0; i < kAgents; ++i) resources += Vip(100 + i, kQuiet);
   env_.WriteConfig(resources, vyrtest::kCommon, 2);
   auto run_all = [&](const std::string& mode) {  // every agent at once; their exit codes
     std::vector<int> codes(kAgents);

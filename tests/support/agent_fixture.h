@@ -23,6 +23,19 @@ inline std::string Resource(const std::string& name, const std::string& params) 
   return "<vip name=\"" + name + "\"><parameters>" + params + "</parameters></vip>";
 }
 
+// Parameters of an address on va0, with `more` settings after it.
+inline std::string OnVa0(const std::string& ip, const std::string& more = "") {
+  return "<ip>" + ip + "</ip><ifname>va0</ifname>" + more;
+}
+
+// The agent's one-second waits, switched off where a test does not look at
+// them: the activation probe (a free address is silent for a second), the
+// pause after each gratuitous ARP frame, and deactivation's confirming ping.
+inline const std::string kNoProbe = "<ping><timeout>0</timeout></ping>";
+inline const std::string kNoArp = "<arp><retry>0</retry></arp>";
+inline const std::string kNoPingCheck = "<check><ping><execute>0</execute></ping></check>";
+inline const std::string kQuiet = kNoProbe + kNoArp + kNoPingCheck;
+
 inline bool Contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
@@ -114,10 +127,7 @@ class AgentE2E : public ::testing::Test {
     pair_ = NetnsPair::Create(&why);
     if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
     ASSERT_TRUE(env_.ok()) << "installing the build tree failed";
-    ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0 && "
-                                "ip -6 addr add 2001:db8::1/64 dev va0 nodad"));
-    ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.2/24 dev vb0 && "
-                               "ip -6 addr add 2001:db8::2/64 dev vb0 nodad"));
+    ASSERT_EQ(0, pair_->AddAddresses());
     ASSERT_EQ(0, env_.Ctl("start"));
   }
 

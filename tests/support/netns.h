@@ -49,6 +49,18 @@ class NetnsPair {
   const std::string& peer() const { return peer_; }
   static constexpr const char* kPeerIf = "vb0";
 
+  // 192.0.2.1/24 and 2001:db8::1/64 on va0, .2 and ::2 on vb0; 0 on success.
+  int AddAddresses() const {
+    const char* v4 = "ip addr add 192.0.2.";
+    const char* v6 = "ip -6 addr add 2001:db8::";
+    return InAgent(std::string(v4) + "1/24 dev va0 && " + v6 + "1/64 dev va0 nodad") |
+           InPeer(std::string(v4) + "2/24 dev vb0 && " + v6 + "2/64 dev vb0 nodad");
+  }
+
+  // The MAC addresses of va0 and vb0, as "xx:xx:xx:xx:xx:xx".
+  std::string AgentMac() const { return Mac(agent_, "va0"); }
+  std::string PeerMac() const { return Mac(peer_, kPeerIf); }
+
   // Runs a shell command inside a namespace; returns its exit code.
   int InAgent(const std::string& cmd, std::string* out = nullptr) const {
     return Sh("ip netns exec " + agent_ + " sh -c '" + cmd + "'", out);
@@ -59,6 +71,12 @@ class NetnsPair {
 
  private:
   explicit NetnsPair(const std::string& base) : agent_(base + "-a"), peer_(base + "-p") {}
+  static std::string Mac(const std::string& ns, const char* dev) {
+    std::string out;
+    Sh("ip netns exec " + ns + " cat /sys/class/net/" + dev + "/address", &out);
+    return out.substr(0, out.find('\n'));
+  }
+
   std::string agent_;
   std::string peer_;
 };
