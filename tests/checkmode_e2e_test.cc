@@ -10,6 +10,7 @@
 
 #include "support/log_lines.h"
 #include "support/netns.h"
+#include "support/private_install.h"
 #include "support/sh.h"
 #include "vyrxml.h"
 
@@ -19,7 +20,6 @@ using Lines = std::vector<std::string>;
 using vyrtest::ReadFile;
 using vyrtest::WriteFile;
 
-const std::string kBinary = std::string(VYR_BINARY_DIR) + "/src/vyrvip";
 const std::string kVip1 =
     "E [008] Subnet mask is invalid. (value=10.0.0.1/40)\n"
     "E [012] Routing Protocol is invalid. (value=RIPv2)\n";
@@ -30,31 +30,15 @@ std::string Dyn(const std::string& ip) {
          "</parameters></vip></resource>";
 }
 
-// A private installation: <dir>/inst is the install folder with the
-// configuration under check in chkconf.xml, <dir>/log the trace logs.
-class CheckMode : public ::testing::Test {
+class CheckMode : public vyrtest::PrivateInstall {
  protected:
   void SetUp() override {
-    if (::geteuid() != 0) GTEST_SKIP() << "vyrvip runs as root only";
-    if (::access(kBinary.c_str(), X_OK) != 0) GTEST_SKIP() << "no " << kBinary;
-    vyrtest::Sh("mkdir -p " + dir_.path() + "/inst/var/check " + dir_.path() + "/log");
-    WriteFile(chkconf_, ReadFile(VYR_TESTDATA_DIR "/chkconf/three_servers.xml"));
-    WriteFile(dir_ / "cluster.xml", "<root><all><path>" + dir_.path() +
-                                        "/inst</path></all><cluster><check><rdrctpath>"
-                                        "var/check/vip.log</rdrctpath><chkconf>chkconf.xml"
-                                        "</chkconf></check></cluster><vip><log><level>8</level>"
-                                        "</log></vip>" +
-                                        Dyn("192.0.2.1/24") + "</root>\n");
+    SetUpInstall("<vip><log><level>8</level></log></vip>" + Dyn("192.0.2.1/24"));
   }
   // The program's command line; its settings come from the environment.
-  static std::string Vyrvip(const std::string& args) { return "\"" + kBinary + "\" " + args; }
-
-  vyrtest::TempDir dir_;
-  const std::string chkconf_ = dir_ / "inst/chkconf.xml", log_ = dir_ / "inst/var/check/vip.log";
-  vyrtest::ScopedEnv config_{"VYR_CONFIG", dir_ / "cluster.xml"};
-  vyrtest::ScopedEnv policies_{"VYR_POLICY_DIR", VYR_SOURCE_DIR "/platform/policy"};
-  vyrtest::ScopedEnv logs_{"VYR_LOG_DIR", dir_ / "log"};
-  vyrtest::ScopedEnv run_{"VYR_RUN_DIR", dir_ / "run"};
+  static std::string Vyrvip(const std::string& args) {
+    return "\"" + vyrtest::kVyrvipBinary + "\" " + args;
+  }
 };
 
 // Each run appends its whole block to a 0644 file, earlier blocks kept, and
@@ -72,10 +56,10 @@ TEST_F(CheckMode, EachRunAppendsItsBlockAndExitsWithTheVerdict) {
     const std::string tag = "[type : vip][rscname : " + rscname + "]\n";
     expected += "*****START " + tag + body + "*****END " + tag;
     EXPECT_EQ(vyrtest::Sh("umask 0; " + Vyrvip(args)), status) << args;
-    EXPECT_EQ(ReadFile(log_), expected) << args;
+    EXPECT_EQ(ReadFile(check_), expected) << args;
   }
   struct stat st {};
-  ASSERT_EQ(::stat(log_.c_str(), &st), 0);
+  ASSERT_EQ(::stat(check_.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0644u);
 }
 
@@ -87,7 +71,7 @@ TEST_F(CheckMode, MissingCheckLogFolderSendsEveryLineToTheTraceLog) {
   bool open_traced = false;
   for (const vyrtest::LogLine& l : vyrtest::ReadLogLines(dir_ / "log/vip.log")) {
     if (l.level == "INFO") info += l.text + "\n";
-    open_traced |= l.level == "ERROR" && l.text == "open(" + log_ + ") failed. (errno = 2)";
+    open_traced |= l.level == "ERROR" && l.text == "open(" + check_ + ") failed. (errno = 2)";
   }
   EXPECT_TRUE(open_traced);
   const std::string tag = "[type : vip][rscname : vip1]\n";
