@@ -72,19 +72,16 @@ TEST(Vyrctl, StatusShowsTheStoredRows) {
             "-\tvip\tgrp1\tInternal error. (status=9)\n"
             "\\-\tvip\tvip1\t\\-\n");
   EXPECT_EQ(Ctl("status --json", &out), 0);
-  EXPECT_EQ(out,
-            "[\n  {\"group\": \"grp1\", \"type\": \"vip\", \"resource\": \"vip1\", "
-            "\"description\": \"Success.\"},\n"
-            "  {\"group\": \"grp2\", \"type\": \"vip\", \"resource\": \"vip1\", "
-            "\"description\": \"a\\tb\\\"c\\\\d\\ne\\u0001 \xc3\xa9 \\ufffd\"},\n"
-            "  {\"group\": \"\", \"type\": \"vip\", \"resource\": \"\", "
-            "\"description\": \"Option was invalid.\"},\n"
-            "  {\"group\": \"grp1\", \"type\": \"vip\", \"resource\": \"\", "
-            "\"description\": \"Option was invalid.\"},\n"
-            "  {\"group\": \"\", \"type\": \"vip\", \"resource\": \"grp1\", "
-            "\"description\": \"Internal error. (status=9)\"},\n"
-            "  {\"group\": \"-\", \"type\": \"vip\", \"resource\": \"vip1\", "
-            "\"description\": \"-\"}\n]\n");
+  const auto json = [](const std::string& group, const std::string& rsc, const std::string& desc) {
+    return "{\"group\": \"" + group + "\", \"type\": \"vip\", \"resource\": \"" + rsc +
+           "\", \"description\": \"" + desc + "\"}";
+  };
+  EXPECT_EQ(out, "[\n  " + json("grp1", "vip1", "Success.") + ",\n  " +
+                     json("grp2", "vip1", "a\\tb\\\"c\\\\d\\ne\\u0001 \xc3\xa9 \\ufffd") + ",\n  " +
+                     json("", "", "Option was invalid.") + ",\n  " +
+                     json("grp1", "", "Option was invalid.") + ",\n  " +
+                     json("", "grp1", "Internal error. (status=9)") + ",\n  " +
+                     json("-", "vip1", "-") + "\n]\n");
   // A name too long for its field is refused, not cut into another row's key.
   EXPECT_EQ(shmrm_setdescript(std::string(64, 'g').c_str(), "vip", "", "x", 128),
             SHMRM_ERR_INVALIDPARAM);
