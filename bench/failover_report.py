@@ -129,8 +129,8 @@ if confirm_wait is not None and ("vyrvip, stop confirmed", standby) in samples \
                   median("vyrvip, stop confirmed", standby) - median("vyrvip", standby),
                   confirm_wait))
 md.append("")
-md.append("Kill failover falls into two groups about a second apart for every agent (here about "
-          "2.35 s and 3.35 s from the kill), also with the controller surviving every kill; which "
+md.append("Kill failover falls into two groups about a second apart for every agent (compare the "
+          "min-max ranges of the kill rows), also with the controller surviving every kill; which "
           "group a round falls into looks like chance, so with few rounds the kill medians, and "
           "the kill targets with them, can move by a second from one run to the next. Standby "
           "moves do not spread this way.")
