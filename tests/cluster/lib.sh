@@ -54,8 +54,30 @@ cl_require() {
   exit 77
 }
 
+# What runs that were killed outright (a test time-out, SIGKILL) left
+# behind: the nodes die with their shell, but the bridge namespace with the
+# client's tcpdump and ping in it, and the work folder, stay. Only runs
+# whose shell is gone; a folder kept on purpose (CL_KEEP) stays.
+cl__reap_stale() {
+  local ns pid p dir
+  for ns in $(ip netns list 2>/dev/null | grep -o '^vyrcl-[A-Za-z0-9_]*-[0-9]*'); do
+    pid=${ns##*-}
+    kill -0 "$pid" 2>/dev/null && continue
+    for p in $(ip netns pids "$ns" 2>/dev/null); do kill -KILL "$p" 2>/dev/null; done
+    ip netns del "$ns" 2>/dev/null
+  done
+  for dir in /tmp/vyrcl-*-[0-9]*.*; do
+    [ -d "$dir" ] && [ ! -e "$dir/.kept" ] || continue
+    p=${dir##*-}
+    kill -0 "${p%%.*}" 2>/dev/null && continue
+    rm -rf "$dir"
+  done
+  return 0
+}
+
 cl_setup() {
   CL_TAG=$1
+  cl__reap_stale
   CL_PLACES=()
   CL_WORK=$(mktemp -d "/tmp/vyrcl-$CL_TAG-$$.XXXXXX")
   chmod 0755 "$CL_WORK"
@@ -498,6 +520,7 @@ cl_teardown() {
   # Only this harness's own jobs: a caller's background work is its own.
   for p in "${CL_BG[@]}"; do wait "$p" 2>/dev/null; done
   if [ -n "${CL_KEEP:-}" ] && [ "$rc" -ne 0 ]; then
+    touch "$CL_WORK/.kept"
     cl_log "work folder kept: $CL_WORK"
   else
     [ -n "${CL_WORK:-}" ] && rm -rf "$CL_WORK"
