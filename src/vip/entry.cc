@@ -209,6 +209,7 @@ int Shutdown(Run& run) {
 }
 
 void TellTerminal(const Run& run, const char* argv0, int status) {
+  if (status == 0) return;  // a successful run has nothing to say
   VIP_OUTCOME outcome;
   const char* slash = argv0 != nullptr ? std::strrchr(argv0, '/') : nullptr;
   outcome.program = slash != nullptr ? slash + 1 : (argv0 != nullptr ? argv0 : "vyrvip");
