@@ -8,7 +8,7 @@
 #
 #   failover_test.sh BUILD_DIR      (root; exit 77 = skipped)
 set -euo pipefail
-source "$(dirname "$0")/lib.sh"
+source "$(dirname "$0")/../../scripts/cluster/lib.sh"
 
 build=${1:?usage: failover_test.sh BUILD_DIR}
 cl_require

@@ -8,7 +8,7 @@
 #   teardown_test.sh      (root; exit 77 = skipped)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-source "$here/lib.sh"
+source "$here/../../scripts/cluster/lib.sh"
 cl_require
 
 out=$(mktemp -d /tmp/vyrcl-teardown.XXXXXX)
@@ -21,7 +21,7 @@ child() {
   local how=$1
   bash -c '
     set -euo pipefail
-    source "$1/lib.sh"
+    source "$1/../../scripts/cluster/lib.sh"
     cl_setup td
     cl_cluster_up
     cl_watch_addrs 1

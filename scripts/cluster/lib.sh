@@ -3,7 +3,7 @@
 # bash as root.
 #
 # Each node runs in its own network, mount, UTS and PID namespace, made by
-# unshare with tests/cluster/node-init as PID 1; the node's private paths
+# unshare with scripts/cluster/node-init as PID 1; the node's private paths
 # (corosync and pacemaker state, logs, /run, /dev/shm, /etc/hosts) are bind
 # mounts of folders under the run's work folder. A bridge in a named network
 # namespace joins the nodes' veths; that namespace is also the client that
