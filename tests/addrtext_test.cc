@@ -1,7 +1,7 @@
 // Address text helpers: the address family and the address/prefix split.
 // The newline cut, MAC text and interface lookup are shown through the
 // listing parser and alias choice tests.
-#include "vip/addrtext.h"
+#include "vip/address/addrtext.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 
 #include "nicCommon/nic_ipck.h"
 #include "support/trace_capture.h"
-#include "vip/globals.h"
+#include "vip/base/globals.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Gratuitous ARP frames, caught on the peer end of a veth pair.
-#include "vip/arp.h"
+#include "vip/defence/arp.h"
 
 #include <gtest/gtest.h>
 #include <linux/if_ether.h>

@@ -1,6 +1,6 @@
 // The agent's bindings to the cluster tables and semaphore set, before and
 // after the tables exist.
-#include "vip/bindings.h"
+#include "vip/settings/bindings.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 #include "support/ipc_env.h"
 #include "support/trace_capture.h"
-#include "vip/globals.h"
+#include "vip/base/globals.h"
 #include "vyripc.h"
 #include "vyripc_admin.h"
 

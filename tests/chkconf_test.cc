@@ -1,6 +1,6 @@
 // The virtual IP checks: each check function on the values operators write,
 // and whole check runs over configurations under check.
-#include "vip/chkconf.h"
+#include "vip/check/chkconf.h"
 
 #include <gtest/gtest.h>
 

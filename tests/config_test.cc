@@ -1,7 +1,7 @@
 // Configuration loading against real configuration files: the settings
 // summaries, this server's values, the failures with their status, and the
 // trace log's own settings.
-#include "vip/config.h"
+#include "vip/settings/config.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -13,8 +13,8 @@
 #include "support/sh.h"
 #include "support/trace_capture.h"
 #include "tracersc/tracersc.h"
-#include "vip/bindings.h"
-#include "vip/globals.h"
+#include "vip/settings/bindings.h"
+#include "vip/base/globals.h"
 
 namespace {
 

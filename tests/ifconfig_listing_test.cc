@@ -13,8 +13,8 @@
 #include "support/fake_tool.h"
 #include "support/netns_fixture.h"
 #include "support/sh.h"
-#include "vip/globals.h"
-#include "vip/listing.h"
+#include "vip/base/globals.h"
+#include "vip/address/listing.h"
 
 namespace {
 

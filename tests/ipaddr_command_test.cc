@@ -13,7 +13,7 @@
 #include "support/fake_tool.h"
 #include "support/netns_fixture.h"
 #include "support/sh.h"
-#include "vip/ipaddr_change.h"
+#include "vip/address/ipaddr_change.h"
 
 namespace {
 

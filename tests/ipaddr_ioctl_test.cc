@@ -11,7 +11,7 @@
 #include "nicCommon/nic_ipaddr_ioctl.h"
 #include "support/fake_tool.h"
 #include "support/netns_fixture.h"
-#include "vip/ipaddr_change.h"
+#include "vip/address/ipaddr_change.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The duplicate-address probe and its fan-out: first with a script in place
 // of the ping command that logs its arguments and answers per address, then
 // with vyrping and arp inside private network namespaces.
-#include "vip/ping.h"
+#include "vip/defence/ping.h"
 
 #include <gtest/gtest.h>
 

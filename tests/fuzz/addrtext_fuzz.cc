@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "src/vip/addrtext.h"
-#include "src/vip/globals.h"
+#include "src/vip/address/addrtext.h"
+#include "src/vip/base/globals.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {

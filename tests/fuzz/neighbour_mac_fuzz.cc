@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string>
 
-#include "src/vip/addrtext.h"
-#include "src/vip/probe.h"
+#include "src/vip/address/addrtext.h"
+#include "src/vip/defence/probe.h"
 
 using vyr::FindMacToken;
 constexpr int kLineLen = vyr::kLookupLineLen;

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "src/vip/chkconf.h"
+#include "src/vip/check/chkconf.h"
 #include "tests/fuzz/fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -12,7 +12,7 @@
 
 #include "nicCommon/addrinfo.h"
 #include "support/netns.h"
-#include "vip/globals.h"
+#include "vip/base/globals.h"
 
 namespace vyrtest {
 

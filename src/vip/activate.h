@@ -1,6 +1,0 @@
-// The activation sequence.
-#pragma once
-
-#include "vip/vip_info.h"
-
-int vip_start_act(VIP_INFO* pvipinfo);

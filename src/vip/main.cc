@@ -1,3 +1,0 @@
-#include "vip/entry.h"
-
-int main(int argc, char** argv) { return vip_main(argc, argv); }

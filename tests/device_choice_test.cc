@@ -1,0 +1,75 @@
+// Choosing the device for the virtual address from an address list.
+#include "vip/address/device_choice.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "support/fake_tool.h"
+#include "support/netns_fixture.h"
+
+namespace {
+
+using vyrtest::ListEntry;
+using List = std::vector<ipaddrinfo>;
+
+// The names as list entries, then the first name's aliases from `aliases` - 1 down to 0.
+List L(std::vector<std::string> names, int aliases = 0) {
+  List list;
+  for (const auto& name : names) list.push_back(ListEntry(name));
+  while (aliases-- > 0) list.push_back(ListEntry(names[0] + ":" + std::to_string(aliases)));
+  return list;
+}
+
+// The device, mask, broadcast and MAC the address is added and announced with, and the
+// description the cluster sees; alias numbers run out after 9999.
+TEST(VdevTest, ChoiceAndWhatItFillsIn) {
+  vyrtest::ScopedGlobal<int> family{ipv6flag, 0};
+  const List eth0 = {ListEntry("eth0", "255.255.0.0", "02:00:00:aa:bb:cc"), ListEntry("eth0:0")};
+  const List six = {ListEntry("eth0:1", "0.0.0.0", "02:00:00:00:00:06", 48)};
+  struct Case {
+    bool ipv6;
+    List list;
+    const char *name, *mask;
+    int ret;
+    const char* filled;  // "vdevname|mask or prefix|broadcast|MAC", as far as given
+    const char* desc = "";
+  };
+  // clang-format off
+  const Case cases[] = {
+      {false, eth0, "eth0", "", 0, "eth0:1|255.255.0.0|192.0.255.255|02:00:00:aa:bb:cc"},
+      {false, L({"eth0", "ETH0:0", "eth0:2"}), "eth0", "", 0, "eth0:1|"},
+      {false, L({"eth0"}), "eth0:3", "255.255.255.128", 0, "eth0:3|255.255.255.128|192.0.2.127|"},
+      {false, L({"eth0", "ETH0:3"}), "eth0:3", "", 28, "|"},
+      {false, {ListEntry("ETH0", "255.255.0.0")}, "eth0:7", "", 0, "eth0:7|255.255.255.0|192.0.2.255|"},
+      {false, L({"abcdefghijklm"}), "abcdefghijklm", "", 0, "abcdefghijklm:0|"},
+      {false, L({"abcdefghijklmn"}), "abcdefghijklmn", "", 30, "abcdefghijklmn:0|"},
+      {false, L({"abcdefghijklm"}, 10), "abcdefghijklm", "", 30, "abcdefghijklm:10|"},
+      {false, L({"eth0"}), "", "", 17, "|"},
+      {false, L({"eth0"}, 9999), "eth0", "", 0, "eth0:9999|"},
+      {false, L({"eth0"}, 10000), "eth0", "", 17, "|", "Vip interface was not found."},
+      {true, six, "eth0", "", 0, "|48||02:00:00:00:00:06"},
+      {true, six, "eth0:1", "", 0, "eth0:1|64||"},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + " with " + std::to_string(c.list.size()) + " entries");
+    ipv6flag = c.ipv6 ? 1 : 0;
+    vdevinfo v = c.ipv6 ? vyrtest::Vdev6(c.name, "2001:db8::10", 0)
+                        : vyrtest::Vdev4(c.name, "", "192.0.2.10", c.mask, "");
+    List list = c.list;
+    vip_clear_shmbuf();
+    EXPECT_EQ(vip_crt_vdevinfo(list.data(), static_cast<int>(list.size()), &v), c.ret);
+    // The MAC text, and the bytes the announcement sends, from the same entry.
+    const bool same_mac = std::memcmp(v.macaddr, ListEntry("", "", v.smac).macaddr, 6) == 0;
+    const std::string filled = std::string(v.vdevname) + "|" +
+                               (c.ipv6 ? std::to_string(v.sipel.masklen) : v.sipel.mask) + "|" +
+                               v.bcast + "|" + (same_mac ? v.smac : "MAC bytes differ");
+    EXPECT_TRUE(filled.starts_with(c.filled)) << filled;
+    EXPECT_EQ(vyrtest::StatusText(), c.desc);
+  }
+}
+
+}  // namespace
