@@ -25,9 +25,10 @@ std::string Cat(std::string f) { return "cat '" VYR_TESTDATA_DIR "/ifconfig/" + 
 std::string Print(const std::string& text) { return "printf '%s' '" + text + "'\n"; }
 
 // One entry per block in IPv4 mode (an alias is a block of its own), one per
-// address in IPv6 mode. The tool gets "-a" as its only argument, its path
-// reaches the shell as one word, a tool that ends is not held to the limit
-// and a hanging one is ended with its process group at the limit.
+// address in IPv6 mode. The tool gets "-a" after the arguments its
+// configured path carries (a word the shell would act on reaches it
+// quoted), a tool that ends is not held to the limit and a hanging one is
+// ended with its process group at the limit.
 TEST(IfconfigListing, ToolOutputGivesTheEntriesOrItsCodeAndDescription) {
   vyrtest::TempDir dir;
   const auto tool = [&](const std::string& name, const std::string& body) {
@@ -63,7 +64,11 @@ TEST(IfconfigListing, ToolOutputGivesTheEntriesOrItsCodeAndDescription) {
        "eth1 2001:db8:1::7 ffff:ffff:ffff:: /48 00:0c:29:3b:12:3e\n"
        "eth2   /0 00:0C:29:3B:12:48\n"
        "lo ::1 ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff /128 \n"},
-      {tool("it's; ifconfig", Cat("seventeen_blocks.txt")), 0, 0, "untouched", seventeen},
+      {vyrtest::WriteScript(
+           dir.path(), "it's;$(id)",
+           "[ \"$*\" = \"--older * -a\" ] || exit 9\n" + Cat("seventeen_blocks.txt")) +
+           "\t--older  *",
+       0, 0, "untouched", seventeen},
       {caps, 0, 0, "untouched", "eth0 192.0.2.6 255.0.0.0 /0 0:c:29:3b:12:34\n"},
       {caps, 1, 0, "untouched",
        "eth0 2001:db8::6 ffff:ffff:ffff:ffff:: /64 0:c:29:3b:12:34\n"

@@ -102,9 +102,10 @@ TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
 }
 
 // The command lines as the trace and the stored description show them: the
-// command paths in double quotes with ", $, ` and \ escaped, the address
-// bare without the blanks around it, any other text one quoted word. What
-// answers is looked up, an IPv6 address of an IPv4 resource too.
+// command paths in double quotes with ", $, ` and \ escaped, the address as
+// configured (blanks around it only separate words), a word the shell would
+// act on quoted. What answers is looked up, an IPv6 address of an IPv4
+// resource too.
 TEST_F(PingTest, CommandLinesReachTheCommandsWordForWord) {
   const std::string arp = "a\"$`\\b";  // a bare name, found on PATH as "arp" is
   vyrtest::ScopedEnv path_env("PATH", dir_.path() + ":" + std::getenv("PATH"));
@@ -132,9 +133,11 @@ TEST_F(PingTest, CommandLinesReachTheCommandsWordForWord) {
        "Command failed. (" + lookup + "2001:db8::5, ret=1)"},
       {"2001:db8::5", 1, 15, "-c 1 2001:db8::5\n", {ping + "2001:db8::5" + quiet},
        {"2001:db8::5 is already exist. (ret=1)"}, ""},
-      {" 198.51.100.7\t", 0, 0, "-c 1 198.51.100.7\n", {ping + "198.51.100.7" + quiet}, {}, ""},
+      {" 198.51.100.7\t", 0, 0, "-c 1 198.51.100.7\n", {ping + " 198.51.100.7\t" + quiet}, {}, ""},
+      {"192.0.2.300", 0, 2, "-c 1 192.0.2.300\n", {ping + "192.0.2.300" + quiet},
+       {"ping to 192.0.2.300 failed (after system())."}, ""},
       {"192.0.2.9 `id` $HOME", 0, 2, "-c 1 192.0.2.9 `id` $HOME\n",
-       {ping + "\"192.0.2.9 \\`id\\` \\$HOME\"" + quiet},
+       {ping + "192.0.2.9 '`id`' '$HOME'" + quiet},
        {"ping to 192.0.2.9 `id` $HOME failed (after system())."}, ""},
       // clang-format on
   };
@@ -278,7 +281,7 @@ TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
 // The agent's probe through vyrping and the real arp: the trace names the
 // peer's MAC address; an IPv6 resource looks nothing up ("ret=1"), an IPv4
 // one gets arp's refusal of the IPv6 address (3). Blanks around an address
-// are dropped; a text that is no address is vyrping's to refuse (2).
+// only separate words; a text that is no address is vyrping's to refuse (2).
 TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
   const std::string mac = pair_->PeerMac();
   ASSERT_EQ(mac.size(), 17u) << mac;
@@ -295,7 +298,7 @@ TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
       {"2001:db8::3", 1, 0, "", ""},
       {"2001:db8::2", 0, 15, "2001:db8::2 is already exist. (ret=3)", kUsed},
       {" 192.0.2.2 ", 0, 15, " 192.0.2.2  is already exist.(macaddr : " + mac, kUsed},
-      {"192.0.2.3 ", 0, 0, "system(\"" + kBinDir + "/vyrping\" -c 1 192.0.2.3 > /dev/null 2>&1)",
+      {"192.0.2.3 ", 0, 0, "system(\"" + kBinDir + "/vyrping\" -c 1 192.0.2.3  > /dev/null 2>&1)",
        ""},
       {"host.example", 0, 2, "ping to host.example failed (after system()).",
        "Internal error. (status=2)"},

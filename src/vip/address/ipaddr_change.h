@@ -27,8 +27,8 @@ typedef struct _IP_CMD_INFO {
 // 0 while the command worker runs, 1 once it has finished.
 extern std::atomic<int> actthend;
 
-// 0, or 3 (tool failed), 11 (shell failed, or a value that cannot go on
-// the command line), 22 (no worker), 23 (time limit), 39 (ioctl add).
+// 0, or 3 (tool failed), 11 (shell failed, or a line longer than a command
+// buffer), 22 (no worker), 23 (time limit), 39 (ioctl add).
 int vip_act_ipaddr(struct vdevinfo* vdev, const char* cmdpath, int timeout);
 // 0, or 3, 11, 22, 23, 40 (ioctl remove). The command way works from the
 // settings (ifconfcmd, ifname, addr, masklen, ifconftout), the ioctl way from

@@ -1,30 +1,27 @@
 // The interface tool's command lines for adding and removing the virtual
 // address.
 //
-// Every value that comes from the configuration is checked (an address
-// must parse, an interface name must be one the kernel could carry) and then
-// quoted, so that the shell hands the tool exactly the words of the line and
-// never expands anything inside them. The tool path is quoted as one word.
-// Safe from any thread; the functions trace why they refuse a value.
+// The lines follow their formats byte for byte: the tool path in double
+// quotes, every other field as written when it is made of characters the
+// shell passes on unchanged. A field with any other character is quoted
+// (common/shell.h), so the tool receives each field as one argument and the
+// shell never expands anything inside it. Values are not judged here: a
+// name the kernel would refuse reaches the tool, whose failure is the
+// answer. Safe from any thread.
 #pragma once
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "nicCommon/addrinfo.h"
 #include "vip/base/vip_info.h"
 
 namespace vyr {
 
-// A name the kernel accepts for a device or an alias label: 1 to 15
-// characters, no '/', no blank or control character, not "." or "..".
-bool IsLegalIfName(std::string_view name);
-
 // IPv4: "<tool>" <vdevname> <addr> netmask <mask> broadcast <bcast> up
 // IPv6: "<tool>" <ifname> add <addr>/<masklen>
-// Output and errors go to /dev/null. Nullopt when a value is refused or the
-// line would not fit a command buffer (VIP_PATH_LEN).
+// Output and errors go to /dev/null. Nullopt (traced) when the line would
+// not fit a command buffer (VIP_PATH_LEN).
 std::optional<std::string> AddCommandLine(const vdevinfo& vdev, const char* tool, bool ipv6);
 
 // IPv4: "<ifconfcmd>" <ifname> down

@@ -56,15 +56,16 @@ int CheckStatus(int status, int wait_errno, const char* cmdline) {
 // Runs the tool and parses its output; the list goes out only on success.
 int ListFromTool(struct ipaddrinfo** ipaddrlist, int* num, char* cmdpath, bool ipv6,
                  vyr::WorkerControl* control) {
-  // The path is handed to the shell quoted, as one word; messages show the
-  // command line unquoted, as it is kept in cmdpath.
+  // The path is not put in quotes: a configured path may carry arguments
+  // ("/opt/bin/ifconfig --older"). Only a word of it that holds a character
+  // the shell would act on is quoted; messages show the line as configured.
   const std::size_t pathlen = std::strlen(cmdpath);
   if (pathlen + std::strlen(kListOption) >= vyr::kLineMax) {
     TRACE(TRACE_ERROR, "popen() failed. (errno=%d)", ENAMETOOLONG);
     return vyr::Fail(vyr::status::kToolNotStarted);
   }
   std::snprintf(cmdpath + pathlen, vyr::kLineMax - pathlen, "%s", kListOption);
-  const std::string shell_line = vyr::ShellQuote(std::string_view(cmdpath, pathlen)) + kListOption;
+  const std::string shell_line = vyr::ShellWords(std::string_view(cmdpath, pathlen)) + kListOption;
 
   auto child = vyr::StartCommand(shell_line, vyr::ChildProcess::Output::kPipe, control);
   if (!child) {

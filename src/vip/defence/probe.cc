@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "common/command.h"
+#include "common/shell.h"
 #include "common/text.h"
 #include "tracersc/tracersc.h"
 #include "vip/address/addrtext.h"
@@ -25,35 +26,6 @@ constexpr int kLookupFailed = 3;
 constexpr int kNoMac = 26;
 constexpr int kMacLen = vyr::kMacTextLen;
 constexpr int kLineLen = vyr::kLookupLineLen;
-
-// `word` inside double quotes, as the probe's command lines show a command
-// path. The four characters the shell still treats specially there get a
-// backslash, so the shell hands the command exactly these bytes as one word,
-// and a path without them reads as written.
-std::string DoubleQuote(std::string_view word) {
-  std::string quoted = "\"";
-  for (char c : word) {
-    if (c == '"' || c == '$' || c == '`' || c == '\\') quoted.push_back('\\');
-    quoted.push_back(c);
-  }
-  quoted.push_back('"');
-  return quoted;
-}
-
-// The address as it stands on a probe command line. Blanks around it are
-// dropped, as the shell's word splitting drops them; an address stands bare;
-// any other text is one quoted word, which the command itself refuses. An
-// empty text adds nothing.
-std::string AddressWord(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\n";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  text = text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-  if (vyr::IsInetAddress(AF_INET, text) || vyr::IsInetAddress(AF_INET6, text)) {
-    return std::string(text);
-  }
-  return DoubleQuote(text);
-}
 
 // Reads the lookup's output until the first MAC token. Stops reading there,
 // as the rest of the output cannot change the answer.
@@ -108,8 +80,9 @@ int vip_chk_ip_response(PIP_INFO pip) {
     TRACE(TRACE_DETAIL, "return(%d)", kNoPingCommand);
     return kNoPingCommand;
   }
-  const std::string cmdline = DoubleQuote(path) + " -c " + std::to_string(pip->pinfo->pingtout) +
-                              " " + AddressWord(pip->addr) + " > /dev/null 2>&1";
+  const std::string cmdline = vyr::ShellDoubleQuote(path) + " -c " +
+                              std::to_string(pip->pinfo->pingtout) + " " +
+                              vyr::ShellWords(pip->addr) + " > /dev/null 2>&1";
   TRACE(TRACE_INFO, "system(%s)...", cmdline.c_str());
   const vyr::WaitResult st_ping = vyr::DecodeWaitStatus(vyr::RunCommand(cmdline, nullptr));
 
@@ -134,7 +107,7 @@ int vip_get_macaddr_v4(const char* cmdpath, const char* ipaddr, char* macaddr) {
   TRACE(TRACE_DETAIL, "vip_get_macaddr_v4()  ENTRY...");
   // Any text is looked up, an IPv6 address of another server too: the
   // command's own exit status reports what it cannot look up.
-  const std::string cmdline = DoubleQuote(cmdpath) + " -n " + AddressWord(ipaddr);
+  const std::string cmdline = vyr::ShellDoubleQuote(cmdpath) + " -n " + vyr::ShellWords(ipaddr);
   TRACE(TRACE_INFO, "popen(%s)...", cmdline.c_str());
   auto child = vyr::StartCommand(cmdline, vyr::ChildProcess::Output::kPipe, nullptr);
   if (!child) {
