@@ -40,17 +40,32 @@ void TraceInstead(char* line) {
   TRACE(TRACE_INFO, "%s", line);
 }
 
-// Writes one finished line with one write() so that a block's lines never
-// interleave with another writer's. 0 when it reached the file, else 1.
+// Writes `len` bytes of `line`: 0, or the errno of the write that failed.
+// One write() normally takes the whole line, so a block's lines never
+// interleave with another writer's. A short write (a file size limit, a
+// full file system) gives no errno; the write of the rest then fails with
+// the cause (EFBIG, ENOSPC), or completes the line.
+int WriteWhole(int fd, const char* line, std::size_t len) {
+  while (len > 0) {
+    const ssize_t written = ::write(fd, line, len);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    if (written == 0) return EIO;  // no progress and no cause: do not spin
+    line += written;
+    len -= static_cast<std::size_t>(written);
+  }
+  return 0;
+}
+
+// Writes one finished line. 0 when it reached the file, else 1.
 int PutLine(char* line) {
   if (!grdctfd) {
     TraceInstead(line);
     return 1;
   }
-  std::size_t len = std::strlen(line);
-  ssize_t written = ::write(grdctfd.get(), line, len);
-  if (written < 0 || static_cast<std::size_t>(written) != len) {
-    TRACE(TRACE_ERROR, "write() failed. (errno = %d)", written < 0 ? errno : ENOSPC);
+  const int err = WriteWhole(grdctfd.get(), line, std::strlen(line));
+  if (err != 0) {
+    TRACE(TRACE_ERROR, "write() failed. (errno = %d)", err);
     TraceInstead(line);
     return 1;
   }
