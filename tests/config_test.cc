@@ -73,7 +73,7 @@ class ConfigLoading : public ::testing::Test {
 // this server's own values win over the resource's, which stand in when it
 // has none; deactivation keeps its fixed probe settings whatever is set.
 TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
-  const std::string example = VYR_SOURCE_DIR "/docs/cluster.example.xml";
+  const std::string example = VYR_EXAMPLE_CONFIG;
   const std::string act =
       "ping       = cmd:bin/vyrping,to:1,rty:0,itv:1,frc:0,nps:0|arp        = cmd:arp,num:1,"
       "opcode:1|";

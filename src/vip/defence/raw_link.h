@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "unique_fd.h"
+#include "vip/base/status.h"
 
 namespace vyr {
 
@@ -14,9 +15,9 @@ inline constexpr int kMacLen = 6;
 // Statuses of the frames the agent sends itself (gratuitous ARP, ARP probe,
 // Neighbor Advertisements): the packet socket could not be opened, the
 // interface's index or MAC address could not be read, a frame was not sent.
-inline constexpr int kRawSocketFailed = 19;
-inline constexpr int kRawNoInterface = 20;
-inline constexpr int kRawSendFailed = 21;
+inline constexpr int kRawSocketFailed = status::kLinkSocket;
+inline constexpr int kRawNoInterface = status::kRawNoInterface;
+inline constexpr int kRawSendFailed = status::kRawSendFailed;
 
 // A close-on-exec AF_PACKET raw socket that receives nothing until it is
 // bound (protocol 0): a filter can be attached before the first frame is
