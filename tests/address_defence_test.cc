@@ -1,15 +1,23 @@
-// Defending the address end to end, in a private pair of namespaces: the
-// ARP probe before an IPv4 activation, the kernel's DAD verdict and the
-// unsolicited Neighbor Advertisements after an IPv6 one.
+// Defending the address, in a private pair of namespaces: the probes on the
+// link before an activation, alone and end to end, the kernel's DAD verdict
+// and the unsolicited Neighbor Advertisements after an IPv6 one.
 #include <arpa/inet.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <functional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/agent_fixture.h"
+#include "support/netns_fixture.h"
+#include "vip/defence/arp_probe.h"
+#include "vip/defence/claim_watch.h"
 
 namespace {
 
@@ -19,6 +27,110 @@ using vyrtest::kNoProbe;
 using vyrtest::OnVa0;
 
 using Defence = AgentE2E;
+using Clock = std::chrono::steady_clock;
+
+// One probe of `addr` on va0 from the test thread (in the agent's namespace):
+// its result, the claimant's MAC and how long it took.
+struct ProbeOutcome {
+  int ret;
+  std::string mac;
+  std::chrono::milliseconds took;
+};
+using ProbeCall = std::function<int(const char*, const char*, int, char*, std::size_t)>;
+ProbeOutcome ProbeOnce(const ProbeCall& probe, const char* addr, int window_ms) {
+  char mac[32] = {};
+  const Clock::time_point start = Clock::now();
+  const int ret = probe("va0", addr, window_ms, mac, sizeof mac);
+  return {ret, mac,
+          std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start)};
+}
+
+// A host on the peer's side that answers every probe for `addr`, `delay`
+// after it, from vb0's MAC: an ARP reply, or a Neighbor Advertisement.
+class SlowHolder {
+ public:
+  SlowHolder(const std::string& netns, const char* addr, std::chrono::milliseconds delay)
+      : thread_([this, netns, addr, delay] { Answer(netns, addr, delay); }) {}
+  ~SlowHolder() {
+    stop_ = true;
+    thread_.join();
+  }
+  bool ok() const { return ok_; }
+  int answered() const { return answered_; }
+
+ private:
+  void Answer(const std::string& netns, const char* addr, std::chrono::milliseconds delay) {
+    vyrtest::ScopedNetns inside(netns);
+    vyr::LinkTarget target;
+    vyr::ClaimWatch watch;
+    if (!inside.ok() || !vyr::ParseLinkTarget(addr, &target) ||
+        watch.Open("vb0", target, vyr::Claims::kAnswersAndProbes) != 0) {
+      ok_ = false;
+      return;
+    }
+    vdevinfo self{};
+    std::memcpy(self.macaddr, watch.mac(), 6);
+    self.nipel.addr = target.v4;
+    arp_packet reply;
+    vip_fill_arp_packet(&self, 2, &reply);
+    unsigned char prober[6];
+    while (!stop_) {
+      if (watch.WaitClaim(Clock::now() + std::chrono::milliseconds(20), prober) != 15) continue;
+      std::this_thread::sleep_for(delay);
+      if (watch.Send(&reply, sizeof reply) == 0) ++answered_;
+    }
+  }
+
+  std::atomic<bool> stop_{false};
+  std::atomic<bool> ok_{true};
+  std::atomic<int> answered_{0};
+  std::thread thread_;
+};
+
+using LinkProbe = vyrtest::AgentNetnsTest;
+
+// The ARP probe alone: the peer's kernel holding the address, and a holder
+// that answers 50 ms late, are caught on every try of a 200 ms window, at
+// once, naming vb0's MAC; a free address costs the whole window; of two
+// hosts probing one free address at the same time, at least one refuses it.
+TEST_F(LinkProbe, ArpProbeCatchesEveryHolderAtOnce) {
+  ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0"));
+  ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.70/24 dev vb0"));
+  const std::string peer = pair_->PeerMac();
+  for (int i = 0; i < 20; ++i) {
+    const ProbeOutcome o = ProbeOnce(vip_arp_probe, "192.0.2.70", 2000);
+    EXPECT_EQ(15, o.ret) << "try " << i;
+    EXPECT_EQ(peer, o.mac) << "try " << i;
+    EXPECT_LT(o.took.count(), 1000) << "try " << i;
+  }
+  {
+    SlowHolder holder(pair_->peer(), "192.0.2.71", std::chrono::milliseconds(50));
+    for (int i = 0; i < 20; ++i) {
+      const ProbeOutcome o = ProbeOnce(vip_arp_probe, "192.0.2.71", 200);
+      EXPECT_EQ(15, o.ret) << "try " << i;
+      EXPECT_EQ(peer, o.mac) << "try " << i;
+    }
+    EXPECT_TRUE(holder.ok());
+    EXPECT_GE(holder.answered(), 20);
+  }
+  const ProbeOutcome free = ProbeOnce(vip_arp_probe, "192.0.2.72", 200);
+  EXPECT_EQ(0, free.ret);
+  EXPECT_GE(free.took.count(), 200);
+
+  ProbeOutcome other{};
+  std::thread peer_side([&] {
+    vyrtest::ScopedNetns inside(pair_->peer());
+    char mac[32] = {};
+    other.ret = vip_arp_probe("vb0", "192.0.2.73", 1000, mac, sizeof mac);
+    other.mac = mac;
+  });
+  const ProbeOutcome ours = ProbeOnce(vip_arp_probe, "192.0.2.73", 1000);
+  peer_side.join();
+  // Whoever hears the other's probe first backs off; never both take it.
+  EXPECT_TRUE(ours.ret == 15 || other.ret == 15) << ours.ret << " " << other.ret;
+  EXPECT_EQ(ours.ret == 15 ? peer : "", ours.mac);
+  EXPECT_EQ(other.ret == 15 ? pair_->AgentMac() : "", other.mac);
+}
 
 // The peer holds the address and drops echo requests: the ping probe lets it
 // through, the ARP probe refuses it with the same event as an address that
@@ -26,7 +138,7 @@ using Defence = AgentE2E;
 TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
   ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv4.icmp_echo_ignore_all=1 && "
                              "ip addr add 192.0.2.70/24 dev vb0"));
-  const std::string probe = "<arpprobe><timeout>1000</timeout></arpprobe>";
+  const std::string probe = "<arpprobe><timeout>200</timeout></arpprobe>";
   const std::string claimed = "192.0.2.70 is already exist.(macaddr : " + pair_->PeerMac() + ")";
   RunSteps({
       {.mode = "--active",
@@ -44,7 +156,7 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
        .log = claimed.c_str()},
       {.mode = "--active",
        .rsc = "ev",
-       .params = OnVa0("192.0.2.70/24", kNoProbe + "<arpprobe><timeout>600</timeout></arpprobe>"),
+       .params = OnVa0("192.0.2.70/24", kNoProbe + "<arpprobe><timeout>200</timeout></arpprobe>"),
        .code = 15,
        .desc = "IP address was already used.",
        .gone = "192.0.2.70",

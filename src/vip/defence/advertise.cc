@@ -1,13 +1,11 @@
 #include "vip/defence/advertise.h"
 
 #include <arpa/inet.h>
-#include <ifaddrs.h>
 #include <net/if.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "tracersc/tracersc.h"
 #include "vip/defence/raw_link.h"
@@ -21,50 +19,6 @@ constexpr uint8_t kNeighborAdvert = 136;
 constexpr uint32_t kOverride = 0x20000000;
 constexpr uint8_t kTargetLinkLayer = 2;
 constexpr uint16_t kPayloadLen = 32;
-
-struct IfaddrsFree {
-  void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
-};
-using IfaddrsList = std::unique_ptr<ifaddrs, IfaddrsFree>;
-
-// The one's complement sum of `len` bytes, folded later.
-uint32_t SumWords(const unsigned char* data, std::size_t len, uint32_t sum) {
-  for (std::size_t i = 0; i + 1 < len; i += 2) {
-    sum += static_cast<uint32_t>(data[i] << 8 | data[i + 1]);
-  }
-  if (len % 2 != 0) sum += static_cast<uint32_t>(data[len - 1] << 8);
-  return sum;
-}
-
-// The ICMPv6 checksum over the pseudo-header (source, destination, length,
-// next header) and the message.
-uint16_t Icmpv6Checksum(const na_frame& frame) {
-  const auto* message = reinterpret_cast<const unsigned char*>(&frame.icmp_type);
-  uint32_t sum = SumWords(frame.ip_src, sizeof frame.ip_src, 0);
-  sum = SumWords(frame.ip_dst, sizeof frame.ip_dst, sum);
-  sum += kPayloadLen;
-  sum += kIcmpv6;
-  sum = SumWords(message, kPayloadLen, sum);
-  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
-  return static_cast<uint16_t>(~sum & 0xffff);
-}
-
-// The first link-local address of `device`; false when it has none.
-bool LinkLocal(const char* device, in6_addr* out) {
-  ifaddrs* raw = nullptr;
-  if (::getifaddrs(&raw) != 0) return false;
-  IfaddrsList list(raw);
-  for (const ifaddrs* ifa = list.get(); ifa != nullptr; ifa = ifa->ifa_next) {
-    if (ifa->ifa_addr == nullptr || ifa->ifa_addr->sa_family != AF_INET6) continue;
-    if (std::strcmp(ifa->ifa_name, device) != 0) continue;
-    const in6_addr& addr = reinterpret_cast<const sockaddr_in6*>(ifa->ifa_addr)->sin6_addr;
-    if (IN6_IS_ADDR_LINKLOCAL(&addr)) {
-      *out = addr;
-      return true;
-    }
-  }
-  return false;
-}
 
 int SendNa(const vdevinfo* vdev, int num) {
   const char* device = vdev->vdevname[0] != '\0' ? vdev->vdevname : vdev->ifname;
@@ -80,7 +34,7 @@ int SendNa(const vdevinfo* vdev, int num) {
     return vyr::Fail(vyr::kRawNoInterface);
   }
   in6_addr source{};
-  if (!LinkLocal(device, &source)) {
+  if (!vyr::LinkLocal(device, &source)) {
     TRACE(TRACE_ERROR, "No link-local address on %s.", device);
     return vyr::Fail(vyr::kRawNoInterface);
   }
@@ -117,7 +71,8 @@ void vip_fill_na_frame(const unsigned char* mac, const struct in6_addr& source,
   frame->opt_type = kTargetLinkLayer;
   frame->opt_len = 1;
   std::memcpy(frame->opt_mac, mac, vyr::kMacLen);
-  frame->icmp_cksum = htons(Icmpv6Checksum(*frame));
+  const auto* message = reinterpret_cast<const unsigned char*>(&frame->icmp_type);
+  frame->icmp_cksum = htons(vyr::Icmpv6Checksum(frame->ip_src, frame->ip_dst, message, kPayloadLen));
 }
 
 int vip_send_na(const struct vdevinfo* vdev, int num) {

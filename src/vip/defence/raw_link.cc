@@ -1,6 +1,7 @@
 #include "vip/defence/raw_link.h"
 
 #include <arpa/inet.h>
+#include <ifaddrs.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -8,6 +9,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 namespace vyr {
 
@@ -17,6 +19,20 @@ namespace {
 void NameRequest(const char* name, ifreq* ifr) {
   const int len = static_cast<int>(std::strcspn(name, ":"));
   std::snprintf(ifr->ifr_name, sizeof ifr->ifr_name, "%.*s", len, name);
+}
+
+struct IfaddrsFree {
+  void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
+};
+using IfaddrsList = std::unique_ptr<ifaddrs, IfaddrsFree>;
+
+// The one's complement sum of `len` bytes, folded later.
+uint32_t SumWords(const unsigned char* data, std::size_t len, uint32_t sum) {
+  for (std::size_t i = 0; i + 1 < len; i += 2) {
+    sum += static_cast<uint32_t>(data[i] << 8 | data[i + 1]);
+  }
+  if (len % 2 != 0) sum += static_cast<uint32_t>(data[len - 1] << 8);
+  return sum;
 }
 
 }  // namespace
@@ -56,6 +72,34 @@ bool SendFrame(int fd, unsigned ifindex, const void* frame, std::size_t len) {
 void FormatMac(const unsigned char* mac, char* out, std::size_t outlen) {
   std::snprintf(out, outlen, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
                 mac[4], mac[5]);
+}
+
+bool LinkLocal(const char* device, in6_addr* out) {
+  ifaddrs* raw = nullptr;
+  if (::getifaddrs(&raw) != 0) return false;
+  IfaddrsList list(raw);
+  for (const ifaddrs* ifa = list.get(); ifa != nullptr; ifa = ifa->ifa_next) {
+    if (ifa->ifa_addr == nullptr || ifa->ifa_addr->sa_family != AF_INET6) continue;
+    if (std::strcmp(ifa->ifa_name, device) != 0) continue;
+    const in6_addr& addr = reinterpret_cast<const sockaddr_in6*>(ifa->ifa_addr)->sin6_addr;
+    if (IN6_IS_ADDR_LINKLOCAL(&addr)) {
+      *out = addr;
+      return true;
+    }
+  }
+  return false;
+}
+
+uint16_t Icmpv6Checksum(const unsigned char* source, const unsigned char* dest,
+                        const unsigned char* message, std::size_t len) {
+  constexpr uint32_t kIcmpv6 = 58;
+  uint32_t sum = SumWords(source, 16, 0);
+  sum = SumWords(dest, 16, sum);
+  sum += static_cast<uint32_t>(len);
+  sum += kIcmpv6;
+  sum = SumWords(message, len, sum);
+  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
+  return static_cast<uint16_t>(~sum & 0xffff);
 }
 
 }  // namespace vyr

@@ -3,6 +3,9 @@
 // reading the interface's index and MAC address. Any thread.
 #pragma once
 
+#include <netinet/in.h>
+
+#include <cstddef>
 #include <cstdint>
 
 #include "unique_fd.h"
@@ -39,5 +42,13 @@ bool SendFrame(int fd, unsigned ifindex, const void* frame, std::size_t len);
 
 // "xx:xx:xx:xx:xx:xx" into `out` (at least 18 bytes).
 void FormatMac(const unsigned char* mac, char* out, std::size_t outlen);
+
+// The first link-local IPv6 address of `device`; false when it has none.
+bool LinkLocal(const char* device, in6_addr* out);
+
+// The ICMPv6 checksum of the `len` bytes of `message` (checksum field zero)
+// sent from `source` to `dest`, over RFC 4443's pseudo-header.
+uint16_t Icmpv6Checksum(const unsigned char* source, const unsigned char* dest,
+                        const unsigned char* message, std::size_t len);
 
 }  // namespace vyr
