@@ -7,7 +7,7 @@
 # (corosync and pacemaker state, logs, /run, /dev/shm, /etc/hosts) are bind
 # mounts of folders under the run's work folder. A bridge in a named network
 # namespace joins the nodes' veths; that namespace is also the client that
-# pings the floating addresses. Only 192.0.2.0/24 is used.
+# pings the floating addresses. Only 192.0.2.0/24 and 2001:db8::/64 are used.
 #
 #   cl_setup TAG            work folder, names, EXIT trap
 #   cl_install BUILD        stages BUILD's install; the nodes see it at the
@@ -15,6 +15,8 @@
 #   cl_boot N / cl_start N  make node N / start corosync and pacemaker on it
 #   cl_cluster_up           both nodes, bridge and client, waits for a DC
 #   cl_kill N               SIGKILL every process of node N (the node dies)
+#   cl_partition / cl_heal  drop / let through the cluster's own traffic
+#                           (corosync, UDP 5405) inside both nodes, LAN up
 #   cl_teardown             removes everything; cl_check_clean verifies it
 #
 # Results are checked against what the nodes really show (addresses, CIB,
@@ -25,6 +27,8 @@
 CL_LIB_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 CL_NET=192.0.2
 CL_CLIENT_IP=$CL_NET.254
+CL_NET6=2001:db8:
+CL_CLIENT_IP6=$CL_NET6:fe
 CL_TOKEN_MS=${CL_TOKEN_MS:-1000}
 
 cl_log() { printf '%s [%s] %s\n' "$(date +%T.%3N)" "$CL_TAG" "$*" >&2; }
@@ -86,6 +90,7 @@ cl_setup() {
   CL_PIDNS=()
   CL_NSALL=()
   CL_BG=()
+  CL_PARTITIONED=
   trap cl__on_exit EXIT
   trap 'cl_log "interrupted (SIGINT)"; exit 130' INT
   trap 'cl_log "interrupted (SIGTERM)"; exit 143' TERM
@@ -224,14 +229,18 @@ cl_make_bridge() {
   cl_client ip link set lo up
   cl_client ip link add br0 type bridge
   # The client's neighbour entries stay reachable for an hour and are
-  # never re-resolved on their own: after a move only a gratuitous ARP can
-  # point the client at the new node.
-  local k
-  for k in base_reachable_time_ms=3600000 delay_first_probe_time=3600 gc_stale_time=3600; do
-    cl_client sysctl -qw "net.ipv4.neigh.br0.$k"
+  # never re-resolved on their own: after a move only a gratuitous ARP (an
+  # unsolicited Neighbor Advertisement for IPv6) can point the client at
+  # the new node.
+  local k v
+  for v in ipv4 ipv6; do
+    for k in base_reachable_time_ms=3600000 delay_first_probe_time=3600 gc_stale_time=3600; do
+      cl_client sysctl -qw "net.$v.neigh.br0.$k"
+    done
   done
   cl_client ip link set br0 address 02:00:00:00:00:fe
   cl_client ip addr add "$CL_CLIENT_IP/24" dev br0
+  cl_client ip -6 addr add "$CL_CLIENT_IP6/64" dev br0 nodad
   cl_client ip link set br0 up
 }
 
@@ -408,19 +417,42 @@ cl_added_at() {
   cl_addr_events "$1" | awk -v t="$2" -v n="$3" '$1 >= t && $2 == n && $3 == "add" { print $1; exit }'
 }
 
+# First time at or after T that node N's kernel reported ADDRESS usable:
+# present and no longer tentative (an IPv6 address under the kernel's
+# duplicate address detection is reported twice, tentative first).
+cl_usable_at() {
+  local ip=$1 t=$2 n=$3 line ts
+  [ -f "$CL_WORK/mon-$n.raw" ] || return 0
+  grep -F " $ip/" "$CL_WORK/mon-$n.raw" | while read -r line; do
+    [[ $line == *"] Deleted "* || $line == *" tentative"* ]] && continue
+    ts=${line%%]*}
+    ts=$(date -d "${ts#[}" +%s.%6N)
+    if awk -v a="$ts" -v t="$t" 'BEGIN { exit !(a >= t) }'; then
+      echo "$ts"
+      break
+    fi
+  done
+}
+
 # The client pings ADDRESS every 50 ms and logs, with time and source
-# MAC, each echo reply from it and each gratuitous ARP frame for it (a
-# broadcast naming ADDRESS as sender):
+# MAC, each echo reply from it and each announcement of it: a gratuitous
+# ARP frame (a broadcast naming ADDRESS as sender) or, for IPv6, an
+# unsolicited Neighbor Advertisement (to all nodes, target ADDRESS):
 # "<epoch> <mac> reply|garp" lines in $CL_WORK/client-ADDRESS.log.
 cl_client_ping() {
-  local ip=$1 log=$CL_WORK/client-$1.log
+  local ip=$1 log=$CL_WORK/client-$1.log filter garp
   local q=${ip//./[.]}
-  local garp="who-has $q .*tell $q,|Reply $q is-at "
-  cl_client tcpdump -l -n -e -tt -i br0 "(icmp[icmptype] == icmp-echoreply and src host $ip) or arp" \
-    2>"$CL_WORK/tcpdump-$ip.err" |
+  if [[ $ip == *:* ]]; then
+    filter="icmp6 and ((ip6[40] == 129 and src host $ip) or ip6[40] == 136)"
+    garp="33:33:00:00:00:01,.* neighbor advertisement, tgt is $ip,"
+  else
+    filter="(icmp[icmptype] == icmp-echoreply and src host $ip) or arp"
+    garp="ff:ff:ff:ff:ff:ff,.*(who-has $q .*tell $q,|Reply $q is-at )"
+  fi
+  cl_client tcpdump -l -n -e -tt -i br0 "$filter" 2>"$CL_WORK/tcpdump-$ip.err" |
     awk -v garp="$garp" '
       / echo reply/ { print $1, $2, "reply"; fflush(); next }
-      $4 == "ff:ff:ff:ff:ff:ff," && $0 ~ garp { print $1, $2, "garp"; fflush() }' >>"$log" &
+      $0 ~ garp { print $1, $2, "garp"; fflush() }' >>"$log" &
   CL_BG+=($!)
   cl_wait 20 grep -q 'listening on' "$CL_WORK/tcpdump-$ip.err" || cl_die "tcpdump did not start"
   cl_client ping -n -q -i 0.05 "$ip" >/dev/null 2>&1 &
@@ -436,6 +468,44 @@ cl_client_saw() {
 # The client's neighbour entry for ADDRESS: "<mac> <state>".
 cl_client_neigh() {
   cl_client ip neigh show "$1" dev br0 | awk '{ for (i = 1; i <= NF; i++) if ($i == "lladdr") print $(i + 1), $NF }'
+}
+
+# Cuts the cluster's own traffic while the LAN stays up: inside each live
+# node an nftables table drops corosync's UDP port 5405 on the way in and
+# out. Each side then soon declares the other dead. Checked in the rule
+# sets.
+cl_partition() {
+  local n
+  CL_PARTITIONED=1
+  for n in 1 2; do
+    cl_dead "$n" && continue
+    cl_in "$n" nft -f - <<'EOF' || cl_die "nft refused the partition rules on node$n"
+table inet vyrcl_partition {
+  chain in { type filter hook input priority 0; policy accept; udp dport 5405 drop; udp sport 5405 drop; }
+  chain out { type filter hook output priority 0; policy accept; udp dport 5405 drop; udp sport 5405 drop; }
+}
+EOF
+    [ "$(cl_in "$n" nft list table inet vyrcl_partition 2>/dev/null | grep -c 'udp dport 5405 drop')" = 2 ] ||
+      cl_die "node$n has no partition rules after nft"
+  done
+}
+# Lets the cluster's traffic through again; every live node is checked.
+# Safe to call when there is no partition.
+cl_heal() {
+  local n left=""
+  for n in 1 2; do
+    [ -n "${CL_PIDS[n]:-}" ] || continue
+    cl_dead "$n" && continue
+    cl_in "$n" nft delete table inet vyrcl_partition 2>/dev/null
+    if cl_in "$n" nft list tables 2>/dev/null | grep -w vyrcl_partition >/dev/null; then
+      left+=" node$n"
+    fi
+  done
+  CL_PARTITIONED=
+  [ -z "$left" ] || {
+    cl_log "partition rules still on$left"
+    return 1
+  }
 }
 
 # Adds a primitive through crm on node N and checks that the CIB has it.
@@ -474,6 +544,8 @@ cl__on_exit() {
     cl_log "ending with status $rc"
     cl_diagnose
   fi
+  # A partition left by a failed check is healed before the nodes go.
+  if [ -n "${CL_PARTITIONED:-}" ]; then cl_heal || rc=1; fi
   cl_teardown "$rc"
   # Teardown must leave nothing behind, also after a failed check.
   cl_check_clean || rc=1

@@ -2,9 +2,11 @@
 # A vyrvip address under a real two-node Pacemaker + Corosync cluster:
 # started on exactly one node, moved by standby and by killing the node,
 # never on both nodes at once, followed by the client through the
-# gratuitous ARP; the killed node rejoins without taking it back; a
-# duplicate on the network fails the start on both nodes with the reason
-# shown by Pacemaker.
+# gratuitous ARP; the killed node rejoins without taking it back; when the
+# cluster's own traffic is cut while the LAN works, the side without the
+# address fails its start on seeing the holder, so the address stays on
+# one node, and the cluster heals; a duplicate on the network fails the
+# start on both nodes with the reason shown by Pacemaker.
 #
 #   failover_test.sh BUILD_DIR      (root; exit 77 = skipped)
 set -euo pipefail
@@ -115,6 +117,40 @@ if cl_crm "$a" crm_mon -1 | grep 'Failed Resource Actions' >/dev/null; then
 fi
 ok "$VIP stays on node$a, no failed actions"
 
+# --- a partition of the cluster's own traffic, the LAN up --------------
+# Each side declares the other dead. Node b, which does not hold the
+# address, starts it: that start must see node a answer and fail with the
+# duplicate's reason, and the address stays on node a alone.
+sees_offline() {
+  cl_crm "$1" crm_mon -1 --output-as=xml 2>/dev/null | grep "<node name=\"node$2\".* online=\"false\"" >/dev/null
+}
+split() { sees_offline "$a" "$b" && sees_offline "$b" "$a"; }
+stale_start_failed() {
+  cl_crm "$b" crm_mon -1 2>/dev/null | grep -F "vip start on node$b" |
+    grep -F 'IP address was already used.' >/dev/null
+}
+t0=$(cl_now)
+cl_partition
+cl_wait "$WAIT" split || cl_die "the nodes still see each other with UDP 5405 dropped"
+ok "cluster traffic dropped in both nodes: each node sees the other offline after $(cl_ms "$t0" "$(cl_now)") ms"
+# Ends early, and plainly, when node b takes the address after all.
+stale_start_done() { stale_start_failed || [ "$(cl_holders "$VIP" | wc -l)" -gt 1 ]; }
+cl_wait "$WAIT" stale_start_done || true
+held_by "$a" || cl_die "$VIP is on [$(holder)] during the partition, expected node$a only"
+stale_start_failed ||
+  cl_die "node$b has no failed start of vip with the duplicate's reason: $(cl_crm "$b" crm_mon -1)"
+settled "$b" || cl_die "node$b's side did not settle after its failed start"
+stays_on "$a"
+ok "node$b's start of $VIP failed on the duplicate, $VIP stays on node$a only; node$b's crm_mon shows:"
+cl_crm "$b" crm_mon -1 | grep -F "vip start on node$b" | sed 's/^/    /'
+t0=$(cl_now)
+cl_heal || cl_die "the partition rules could not be removed"
+cl_wait 90 cl_both_online || cl_die "the nodes did not join again within 90 s of the heal"
+settled "$a" || cl_die "the cluster did not settle after the heal"
+stays_on "$a"
+located "$a" | grep "is running on: node$a" >/dev/null || cl_die "after the heal Pacemaker places vip elsewhere: $(located "$a")"
+ok "healed: one cluster again after $(cl_ms "$t0" "$(cl_now)") ms, $VIP still on node$a only"
+
 problems=$(cl_check_never_both "$VIP") || cl_die "$VIP was on both nodes: $problems"
 ok "$VIP was never on both nodes at once ($(cl_addr_events "$VIP" | wc -l) changes seen)"
 
@@ -138,7 +174,7 @@ cl_crm "$a" crm_resource --resource vipdup --locate 2>&1 | grep 'NOT running' >/
   cl_die "crm_resource does not report vipdup stopped"
 held_by "$a" || cl_die "$VIP left node$a while vipdup failed"
 ok "a duplicate held by the client fails the start on both nodes; crm_mon shows:"
-cl_crm "$a" crm_mon -1 | grep -F 'IP address was already used.' | sed 's/^/    /'
+cl_crm "$a" crm_mon -1 | grep -F 'vipdup start' | sed 's/^/    /'
 
 # --- teardown ----------------------------------------------------------
 trap - EXIT INT TERM
