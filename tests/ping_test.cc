@@ -196,10 +196,12 @@ TEST_F(PingTest, AllAddressesFollowTheClusterConfiguration) {
     int act;
     Strings want;
     std::string servers;
+    Strings warnings;
   } cases[] = {
-      {0, {"198.51.100.10", "198.51.100.13", "198.51.100.11", "198.51.100.12"}, three},
-      {0, {"192.0.2.5"}, three + "<server name=\"node4\"/>"},
-      {1, {"192.0.2.5"}, three},
+      {0, {"198.51.100.10", "198.51.100.13", "198.51.100.11", "198.51.100.12"}, three, {}},
+      // A server without its own address narrows the probing to this server's.
+      {0, {"192.0.2.5"}, three + "<server name=\"node4\"/>", {"ping ip=192.0.2.5 only."}},
+      {1, {"192.0.2.5"}, three, {}},
   };
   vyrtest::ScopedEnv config_env("VYR_CONFIG", dir_ / "cluster.xml");
   vyrtest::ScopedEnv policy_env("VYR_POLICY_DIR", VYR_SOURCE_DIR "/platform/policy");
@@ -214,7 +216,9 @@ TEST_F(PingTest, AllAddressesFollowTheClusterConfiguration) {
     ASSERT_EQ(xmllib_load_config(), 0);
     actflag = c.act;
     std::vector<IP_INFO> targets;
+    vyrtest::TraceCapture log;
     vip_ping_targets(&info_, &targets);
+    EXPECT_EQ(log.Texts("WARN"), c.warnings);
     Strings order;
     for (const IP_INFO& t : targets) order.push_back(t.addr);
     EXPECT_EQ(order, c.want);
