@@ -3,6 +3,7 @@
 # sets, in the caller's scope, the texts the build writes into the code, the
 # man page and the OCF agent:
 #   VYR_STATUS_CONSTANTS  the C++ constants, vyr::status::<name>
+#   VYR_STATUS_MEANINGS   the case arms of vyr::status::Meaning
 #   VYR_STATUS_MAN        the man page's list (roff), meaning and note
 #   VYR_STATUS_SH_TEXT    the case arms of the OCF agent's vyrvip_status_text
 #   VYR_STATUS_SH_CODE    the case arms of the OCF agent's vyrvip_ocf_code
@@ -13,6 +14,7 @@ function(vyr_status_tables table)
   file(STRINGS "${table}" lines ENCODING UTF-8)
   set(known_codes OCF_SUCCESS OCF_ERR_GENERIC OCF_ERR_CONFIGURED OCF_ERR_PERM OCF_ERR_INSTALLED)
   set(cxx "")
+  set(meanings "")
   set(man "")
   set(sh_text "")
   set(seen_statuses "")
@@ -43,6 +45,9 @@ function(vyr_status_tables table)
     list(APPEND seen_names "${name}")
 
     string(APPEND cxx "// ${meaning}\ninline constexpr int ${name} = ${status};\n")
+    string(REPLACE "\\" "\\\\" cxx_text "${meaning}")
+    string(REPLACE "\"" "\\\"" cxx_text "${cxx_text}")
+    string(APPEND meanings "    case ${status}:\n      return \"${cxx_text}\";\n")
 
     set(roff "${meaning}")
     if(NOT note STREQUAL "")
@@ -70,10 +75,11 @@ function(vyr_status_tables table)
     string(APPEND sh_code "\t${arm}) echo \"\$${code}\" ;;\n")
   endforeach()
 
-  foreach(text cxx man sh_text sh_code)
+  foreach(text cxx meanings man sh_text sh_code)
     string(REGEX REPLACE "\n$" "" ${text} "${${text}}")
   endforeach()
   set(VYR_STATUS_CONSTANTS "${cxx}" PARENT_SCOPE)
+  set(VYR_STATUS_MEANINGS "${meanings}" PARENT_SCOPE)
   set(VYR_STATUS_MAN "${man}" PARENT_SCOPE)
   set(VYR_STATUS_SH_TEXT "${sh_text}" PARENT_SCOPE)
   set(VYR_STATUS_SH_CODE "${sh_code}" PARENT_SCOPE)

@@ -23,10 +23,13 @@ std::string Reason(const VIP_OUTCOME& o) {
     case VIP_EARLY::kNone:
       break;
   }
-  if (!o.description.empty()) return o.description;
+  // "Success." is what a run that wrote no description stores while the
+  // resource table is attached; on a failed run it says nothing, so the
+  // exit-status table's meaning stands in, as it does for no description.
+  if (!o.description.empty() && o.description != "Success.") return o.description;
   if (o.check_mode) return "the configuration check failed";
-  if (o.status == kInvalidOption) return "invalid command line";
-  return "the run failed";
+  const char* meaning = vyr::status::Meaning(o.status);
+  return meaning != nullptr ? meaning : "the run failed";
 }
 
 // "; verdict in ..., details in ..." for the files that exist for this run.
