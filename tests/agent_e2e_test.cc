@@ -150,7 +150,15 @@ TEST_F(AgentE2E, ThroughTheInterfaceTool) {
         .rsc = "v6",
         .params = OnVa0("2001:db8::20/64", kQuiet),
         .shown = "inet6 2001:db8::20/64"},
-       {.mode = "--deactive", .rsc = "v6", .gone = "2001:db8::20/"}},
+       {.mode = "--deactive", .rsc = "v6", .gone = "2001:db8::20/"},
+       // rtnetlink instead of the tool, for the listing too.
+       {.mode = "--active",
+        .rsc = "nl6",
+        .params = OnVa0("2001:db8::30/64",
+                        kQuiet + "<ipaddr><netlink>1</netlink><nodad>1</nodad></ipaddr>"),
+        .shown = "inet6 2001:db8::30/64 scope global nodad",
+        .log = "ipaddr/netlink: the kernel lists, adds and removes."},
+       {.mode = "--deactive", .rsc = "nl6", .gone = "2001:db8::30/"}},
       path);
   const std::string stays = OnVa0("192.0.2.60/24",
                                   "<check><ping><execute>0</execute></"

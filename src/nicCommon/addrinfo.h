@@ -35,6 +35,15 @@ struct ipaddrinfo {
   unsigned char macaddr[20];
 };
 
+// How the rtnetlink way changes the address (the ipaddr/* settings). As
+// constructed (netlink 0) the record is changed the way IsIfconfig says and
+// nothing here is read.
+struct ipaddropt {
+  int netlink = 0;         // 1: add and remove through rtnetlink
+  unsigned int flags = 0;  // IFA_F_NODAD, IFA_F_NOPREFIXROUTE
+  int preferred_lft = -1;  // seconds; negative: forever
+};
+
 struct vdevinfo {
   char ifname[VIP_NAME_LEN];
   char vdevname[VIP_NAME_LEN];
@@ -44,4 +53,5 @@ struct vdevinfo {
   char bcast[VIP_ADDR_LEN];
   char smac[64];
   unsigned char macaddr[20];
+  struct ipaddropt opt;
 };

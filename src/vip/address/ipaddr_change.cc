@@ -1,5 +1,7 @@
 #include "vip/address/ipaddr_change.h"
 
+#include <linux/if_addr.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -7,9 +9,10 @@
 #include "common/command.h"
 #include "common/timed_run.h"
 #include "nicCommon/nic_ipaddr_ioctl.h"
+#include "nicCommon/nic_netlink.h"
 #include "tracersc/tracersc.h"
-#include "vip/base/globals.h"
 #include "vip/address/ipaddr_cmdline.h"
+#include "vip/base/globals.h"
 #include "vip/base/status.h"
 
 std::atomic<int> actthend{0};
@@ -73,6 +76,28 @@ int RemoveByIoctl(vdevinfo* vdev) {
   return 0;
 }
 
+int AddByNetlink(const vdevinfo* vdev) {
+  const int ret = nic_act_ipaddr_netlink(vdev);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "nic_act_ipaddr_netlink(%s -> %s(%s)) failed. (errno=%d)", vdev->sipel.addr,
+          vdev->ifname, vdev->vdevname, -ret);
+    return vyr::Fail(vyr::status::kAddFailed, "Add ip(%s) failed.", vdev->sipel.addr);
+  }
+  TRACE(TRACE_DETAIL, "nic_act_ipaddr_netlink() succeeded.");
+  return 0;
+}
+
+int RemoveByNetlink(const vdevinfo* vdev) {
+  const int ret = nic_deact_ipaddr_netlink(vdev);
+  if (ret != 0) {
+    TRACE(TRACE_ERROR, "nic_deact_ipaddr_netlink(%s -> %s) failed.(errno=%d)", vdev->sipel.addr,
+          vdev->ifname, -ret);
+    return vyr::Fail(vyr::status::kRemoveFailed, "Delete ip(%s) failed.", vdev->sipel.addr);
+  }
+  TRACE(TRACE_DETAIL, "nic_deact_ipaddr_netlink() succeeded.");
+  return 0;
+}
+
 }  // namespace
 
 void vip_cmd_system(void* arg) {
@@ -95,10 +120,19 @@ void vip_cmd_system(void* arg) {
   }
 }
 
+ipaddropt vip_ipaddr_options(const VIP_INFO* pvipinfo) {
+  ipaddropt opt;
+  opt.netlink = pvipinfo->ipaddrnetlink != 0 ? 1 : 0;
+  if (pvipinfo->ipaddrnodad != 0) opt.flags |= IFA_F_NODAD;
+  return opt;
+}
+
 int vip_act_ipaddr(struct vdevinfo* vdev, const char* cmdpath, int timeout) {
   TRACE(TRACE_DETAIL, "vip_act_ipaddr()  ENTRY...");
   int ret;
-  if (IsIfconfig != 0) {
+  if (vdev->opt.netlink != 0) {
+    ret = AddByNetlink(vdev);
+  } else if (IsIfconfig != 0) {
     auto line = vyr::AddCommandLine(*vdev, cmdpath, ipv6flag != 0);
     ret = line ? RunToolCommand(*line, timeout) : vyr::Fail(vyr::status::kAbnormalEnd);
   } else {
@@ -111,7 +145,9 @@ int vip_act_ipaddr(struct vdevinfo* vdev, const char* cmdpath, int timeout) {
 int vip_deact_ipaddr(struct vdevinfo* vdev, VIP_INFO* pvipinfo) {
   TRACE(TRACE_DETAIL, "vip_deact_ipaddr()  ENTRY...");
   int ret;
-  if (IsIfconfig != 0) {
+  if (vdev->opt.netlink != 0) {
+    ret = RemoveByNetlink(vdev);
+  } else if (IsIfconfig != 0) {
     auto line = vyr::RemoveCommandLine(*pvipinfo, ipv6flag != 0);
     ret = line ? RunToolCommand(*line, pvipinfo->ifconftout) : vyr::Fail(vyr::status::kAbnormalEnd);
   } else {

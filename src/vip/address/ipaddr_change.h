@@ -1,4 +1,5 @@
-// Adding and removing the virtual address: by the interface tool under the
+// Adding and removing the virtual address: through rtnetlink when the
+// record's opt.netlink is set, otherwise by the interface tool under the
 // time limit, or by ioctl, as IsIfconfig says.
 //
 // Main thread only. The command way runs its line on one worker thread and
@@ -28,12 +29,14 @@ typedef struct _IP_CMD_INFO {
 extern std::atomic<int> actthend;
 
 // 0, or 3 (tool failed), 11 (shell failed, or a line longer than a command
-// buffer), 22 (no worker), 23 (time limit), 39 (ioctl add).
+// buffer), 22 (no worker), 23 (time limit), 39 (ioctl or rtnetlink add).
 int vip_act_ipaddr(struct vdevinfo* vdev, const char* cmdpath, int timeout);
-// 0, or 3, 11, 22, 23, 40 (ioctl remove). The command way works from the
+// 0, or 3, 11, 22, 23, 40 (ioctl or rtnetlink remove). The command way works from the
 // settings (ifconfcmd, ifname, addr, masklen, ifconftout), the ioctl way from
 // the device record.
 int vip_deact_ipaddr(struct vdevinfo* vdev, VIP_INFO* pvipinfo);
+// The rtnetlink options the settings give the device record (ipaddr/...).
+ipaddropt vip_ipaddr_options(const VIP_INFO* pvipinfo);
 // Worker body: runs the record's command line through the shell and leaves
 // 0, 3 or 11 in `ret`. A worker whose waiter gave up reports nothing.
 void vip_cmd_system(void* arg);

@@ -126,6 +126,12 @@ int FillFromConfig(VIP_INFO* info) {
 }
 
 void ProbeInterfaceTool(const VIP_INFO* info) {
+  if (info->ipaddrnetlink != 0) {
+    // The tool's older layout does not show an address without a label.
+    IsIfconfig = 0;
+    TRACE(TRACE_INFO, "ipaddr/netlink: the kernel lists, adds and removes.");
+    return;
+  }
   const int ret = nic_chk_isifconfig(&IsIfconfig, info->ifconfuse, info->ifconftout);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "nic_chk_isifconfig() failed. (ret=%d)", ret);

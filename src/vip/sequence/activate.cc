@@ -77,6 +77,7 @@ void FillDeviceRecord(const VIP_INFO* info, vdevinfo* vdev) {
   std::snprintf(vdev->sipel.addr, sizeof vdev->sipel.addr, "%s", info->addr);
   std::snprintf(vdev->sipel.mask, sizeof vdev->sipel.mask, "%s", info->mask);
   vdev->sipel.masklen = info->masklen;
+  vdev->opt = vip_ipaddr_options(info);
   if (info->ifname[0] != '\0') std::snprintf(vdev->ifname, sizeof vdev->ifname, "%s", info->ifname);
   if (ipv6flag) {
     inet_pton(AF_INET6, info->addr, &vdev->nipel6.addr);

@@ -136,6 +136,7 @@ int DeactivateLocked(VIP_INFO* info) {
     return 0;
   }
   vdevinfo vdev{};
+  vdev.opt = vip_ipaddr_options(info);
   TakeEntry(run.list[static_cast<std::size_t>(found)], info, &vdev);
 
   ret = vip_deact_ipaddr(&vdev, info);

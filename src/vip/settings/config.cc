@@ -59,6 +59,12 @@ constexpr IntSetting kDefence[] = {
     {"dad/timeout", &VIP_INFO::dadtout, 0},
     {"arpprobe/timeout", &VIP_INFO::arpprobetout, 0},
 };
+constexpr IntSetting kAddressChange[] = {
+    {"ipaddr/netlink", &VIP_INFO::ipaddrnetlink, 0},
+};
+constexpr IntSetting kAddressFlags[] = {
+    {"ipaddr/nodad", &VIP_INFO::ipaddrnodad, 0},
+};
 constexpr IntSetting kIfconfig[] = {
     {"ifconfig/timeout", &VIP_INFO::ifconftout, 60},
 };
@@ -119,6 +125,19 @@ int ReleasePolicy(const char* type) {
   return ret;
 }
 
+// The ipaddr/ settings. The flags need the rtnetlink way: without it they
+// are traced and dropped, so that the other ways run exactly as without
+// them.
+void ReadAddressChange(VIP_INFO* info) {
+  ReadInts(info, kAddressChange);
+  if (actflag == 0) ReadInts(info, kAddressFlags);
+  TRACE(TRACE_INFO, "ipaddr     = netlink:%d,nodad:%d", info->ipaddrnetlink, info->ipaddrnodad);
+  if (info->ipaddrnetlink == 0 && info->ipaddrnodad != 0) {
+    TRACE(TRACE_WARNING, "ipaddr flags are ignored without ipaddr/netlink.");
+    info->ipaddrnodad = 0;
+  }
+}
+
 // Every setting read under the "vip" policy (paths 1 to 24).
 void ReadSettings(VIP_INFO* info) {
   ReadCommonText(kPingPath, info->pingcmd, "bin/vyrping");
@@ -144,6 +163,8 @@ void ReadSettings(VIP_INFO* info) {
     TRACE(TRACE_INFO, "defence    = na:%d,dad:%d,arpprobe:%d", info->nanum, info->dadtout,
           info->arpprobetout);
   }
+
+  ReadAddressChange(info);
 
   ReadCommonText(kIfconfigPath, info->ifconfcmd, "ifconfig");
   ReadInts(info, kIfconfig);
