@@ -9,12 +9,12 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/agent_fixture.h"
+#include "support/frames.h"
 #include "support/netns_fixture.h"
 #include "vip/defence/arp_probe.h"
 #include "vip/defence/claim_watch.h"
@@ -210,66 +210,6 @@ TEST_F(Defence, DadPassesForAFreeAddress) {
   EXPECT_FALSE(Contains(AgentAddrs("-6"), "tentative")) << AgentAddrs("-6");
 }
 
-// The bytes of each frame in tcpdump -xx output, in order.
-std::vector<std::vector<unsigned char>> Frames(const std::string& dump) {
-  std::vector<std::vector<unsigned char>> frames;
-  std::istringstream lines(dump);
-  std::string line;
-  while (std::getline(lines, line)) {
-    const std::size_t at = line.find("0x");
-    if (at == std::string::npos || line.find(':', at) == std::string::npos || at > 2) {
-      // A packet's summary line begins with its time stamp.
-      if (line.find(" IP6 ") != std::string::npos) frames.emplace_back();
-      continue;
-    }
-    if (frames.empty()) continue;
-    std::istringstream words(line.substr(line.find(':', at) + 1));
-    std::string word;
-    while (words >> word) {
-      for (std::size_t i = 0; i + 1 < word.size(); i += 2) {
-        frames.back().push_back(
-            static_cast<unsigned char>(std::stoi(word.substr(i, 2), nullptr, 16)));
-      }
-    }
-  }
-  return frames;
-}
-
-std::vector<unsigned char> Bytes(const std::string& mac) {
-  std::vector<unsigned char> out(6);
-  std::sscanf(mac.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &out[0], &out[1], &out[2], &out[3],
-              &out[4], &out[5]);
-  return out;
-}
-
-std::vector<unsigned char> Bytes(const char* addr6) {
-  std::vector<unsigned char> out(16);
-  inet_pton(AF_INET6, addr6, out.data());
-  return out;
-}
-
-// The advertisement the wire must carry, its checksum worked out here from
-// RFC 4443's pseudo-header.
-std::vector<unsigned char> ExpectedAdvert(const std::string& mac, const std::string& source,
-                                          const char* target) {
-  std::vector<unsigned char> f = {0x33, 0x33, 0, 0, 0, 1};
-  auto add = [&f](const std::vector<unsigned char>& b) { f.insert(f.end(), b.begin(), b.end()); };
-  add(Bytes(mac));
-  add({0x86, 0xdd, 0x60, 0, 0, 0, 0, 32, 58, 255});
-  add(Bytes(source.c_str()));
-  add(Bytes("ff02::1"));
-  add({136, 0, 0, 0, 0x20, 0, 0, 0});
-  add(Bytes(target));
-  add({2, 1});
-  add(Bytes(mac));
-  uint32_t sum = 32 + 58;
-  for (std::size_t i = 22; i < f.size(); i += 2) sum += static_cast<uint32_t>(f[i] << 8 | f[i + 1]);
-  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
-  f[56] = static_cast<unsigned char>(~sum >> 8);
-  f[57] = static_cast<unsigned char>(~sum);
-  return f;
-}
-
 // The advertisements the peer catches, byte by byte, and its neighbour entry
 // for the address, which had another MAC: it follows the agent with
 // advertisements and stays where it was without them. One that cannot be
@@ -316,14 +256,14 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   EXPECT_TRUE(Contains(neigh, "2001:db8::51 lladdr 02:00:00:00:00:99")) << neigh;
 
   std::string dump;
-  for (int i = 0; i < 200 && Frames(dump).size() < 2; ++i) {
+  for (int i = 0; i < 200 && vyrtest::DumpedFrames(dump, " IP6 ").size() < 2; ++i) {
     usleep(50000);
     dump = vyrtest::ReadFile(env_.dir() + "/na");
   }
-  const auto frames = Frames(dump);
+  const auto frames = vyrtest::DumpedFrames(dump, " IP6 ");
   ASSERT_EQ(frames.size(), 2u) << dump;
   for (const auto& frame : frames) {
-    EXPECT_EQ(frame, ExpectedAdvert(mac, linklocal, "2001:db8::50")) << dump;
+    EXPECT_EQ(frame, vyrtest::NeighborAdvert(mac, linklocal, "2001:db8::50")) << dump;
   }
 }
 

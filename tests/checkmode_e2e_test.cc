@@ -88,15 +88,16 @@ TEST_F(CheckMode, DynamicUpdateWithoutConfigurationUnderCheckExitsWithLoaderStat
 
 // Dynamic update adds and removes the address under check, not the running one.
 TEST_F(CheckMode, DynamicUpdateActivationTakesTheAddressUnderCheck) {
-  VYR_NETNS_PAIR_OR_SKIP(pair);
+  SetUpNamespaces();
+  if (IsSkipped()) return;
   WriteFile(chkconf_, "<root>" + Dyn("203.0.113.7/28") + "</root>\n");
   std::string out, addrs;
-  EXPECT_EQ(pair->InAgent(Vyrvip("--dactive -r dyn -g grp"), &out), 0) << out;
-  ASSERT_EQ(pair->InAgent("ip -o addr show dev va0", &addrs), 0);
+  EXPECT_EQ(pair_->InAgent(Vyrvip("--dactive -r dyn -g grp"), &out), 0) << out;
+  ASSERT_EQ(pair_->InAgent("ip -o addr show dev va0", &addrs), 0);
   EXPECT_NE(addrs.find("203.0.113.7/28"), std::string::npos) << addrs;
   EXPECT_EQ(addrs.find("192.0.2.1/"), std::string::npos) << addrs;
-  EXPECT_EQ(pair->InAgent(Vyrvip("--ddeactive -r dyn -g grp"), &out), 0) << out;
-  ASSERT_EQ(pair->InAgent("ip -o addr show dev va0", &addrs), 0);
+  EXPECT_EQ(pair_->InAgent(Vyrvip("--ddeactive -r dyn -g grp"), &out), 0) << out;
+  ASSERT_EQ(pair_->InAgent("ip -o addr show dev va0", &addrs), 0);
   EXPECT_EQ(addrs.find("203.0.113.7"), std::string::npos) << addrs;
 }
 

@@ -21,22 +21,23 @@ namespace {
 // carries its interface's MAC text and bytes, lo itself is left out, the
 // down device is listed and IPv6 prefix lengths are right. The peer holds
 // only loopback addresses: the listing fails with 38.
-TEST(KernelEnumeration, ListsEveryAddressOutsideLoWithItsInterfaceMac) {
-  VYR_NETNS_PAIR_OR_SKIP(pair);
+using KernelEnumeration = vyrtest::NetnsTest;
+
+TEST_F(KernelEnumeration, ListsEveryAddressOutsideLoWithItsInterfaceMac) {
   const std::string setup =
       "ip addr add 192.0.2.10/24 dev va0 && ip addr add 192.0.2.11/24 dev va0 label va0:1"
       " && ip -6 addr add 2001:db8::10/64 dev va0 nodad && ip link add va1 type veth peer va2"
       " && ip -6 addr add 2001:db8:1::10/48 dev va0 nodad && ip addr add 203.0.113.5/24 dev va1"
       " && ip addr add 198.51.100.99/32 dev lo label lo:1";
-  ASSERT_EQ(pair->InAgent(setup), 0);
-  ASSERT_EQ(pair->InPeer("sysctl -qw net.ipv6.conf.vb0.disable_ipv6=1"), 0);
+  ASSERT_EQ(pair_->InAgent(setup), 0);
+  ASSERT_EQ(pair_->InPeer("sysctl -qw net.ipv6.conf.vb0.disable_ipv6=1"), 0);
   std::string macs;  // va0's and va1's as the listing writes them: "AABBCCDDEEFF"
-  pair->InAgent("cat /sys/class/net/va[01]/address | tr -d : | tr a-f A-F", &macs);
+  pair_->InAgent("cat /sys/class/net/va[01]/address | tr -d : | tr a-f A-F", &macs);
   const std::string text[2] = {macs.substr(0, 12), macs.substr(13, 12)};
   ipaddrinfo* list = nullptr;
   int num = 0;
   {
-    vyrtest::ScopedNetns inside(pair->agent());
+    vyrtest::ScopedNetns inside(pair_->agent());
     ASSERT_TRUE(inside.ok());
     ASSERT_EQ(nic_get_all_info(&list, &num), 0);
   }
@@ -62,7 +63,7 @@ TEST(KernelEnumeration, ListsEveryAddressOutsideLoWithItsInterfaceMac) {
   vyrtest::ScopedGlobal<int> source(IsIfconfig, 0);
   vip_set_shmbuf("untouched");
   {
-    vyrtest::ScopedNetns inside(pair->peer());
+    vyrtest::ScopedNetns inside(pair_->peer());
     ASSERT_TRUE(inside.ok());
     EXPECT_EQ(vip_ifconfig_mkth(&list, &num, "/nonexistent/ifconfig", 5), 38);
   }

@@ -120,12 +120,11 @@ struct Step {
   const char* log = "";    // the trace log of this run holds this
 };
 
-class AgentE2E : public ::testing::Test {
+class AgentE2E : public NetnsTest {
  protected:
   void SetUp() override {
-    std::string why;
-    pair_ = NetnsPair::Create(&why);
-    if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
+    SetUpNamespaces();
+    if (IsSkipped() || HasFatalFailure()) return;
     ASSERT_TRUE(env_.ok()) << "installing the build tree failed";
     ASSERT_EQ(0, pair_->AddAddresses());
     ASSERT_EQ(0, env_.Ctl("start"));
@@ -178,7 +177,6 @@ class AgentE2E : public ::testing::Test {
     }
   }
 
-  std::unique_ptr<NetnsPair> pair_;
   ClusterEnv env_;
 };
 

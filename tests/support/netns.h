@@ -5,6 +5,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -99,10 +100,23 @@ class ScopedNetns {
   bool ok_ = false;
 };
 
-}  // namespace vyrtest
+// The base of every namespace test: a private pair of namespaces, made
+// before the test and deleted after it, also when it fails; skipped where
+// namespaces cannot be made. The fixtures with the test thread inside
+// (AgentNetnsTest) and with an installed agent, its configuration and the
+// cluster tables (AgentE2E) build on it.
+class NetnsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { SetUpNamespaces(); }
+  // Derived SetUp()s call this and return when IsSkipped() or
+  // HasFatalFailure().
+  void SetUpNamespaces() {
+    std::string why;
+    pair_ = NetnsPair::Create(&why);
+    if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
+  }
 
-// Skips the current test with a reason when namespaces are not available.
-#define VYR_NETNS_PAIR_OR_SKIP(var)                    \
-  std::string var##_why;                               \
-  auto var = ::vyrtest::NetnsPair::Create(&var##_why); \
-  if (!var) GTEST_SKIP() << "network namespaces: " << var##_why
+  std::unique_ptr<NetnsPair> pair_;
+};
+
+}  // namespace vyrtest

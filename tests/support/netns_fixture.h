@@ -61,12 +61,11 @@ inline ipaddrinfo ListEntry(const std::string& name, const char* mask = "255.255
 // The test thread sits in the agent's namespace (device va0, peer vb0);
 // skipped where namespaces cannot be made. Derived SetUp()s call this first
 // and return when IsSkipped() or HasFatalFailure().
-class AgentNetnsTest : public ::testing::Test {
+class AgentNetnsTest : public NetnsTest {
  protected:
   void SetUp() override {
-    std::string why;
-    pair_ = NetnsPair::Create(&why);
-    if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
+    SetUpNamespaces();
+    if (IsSkipped() || HasFatalFailure()) return;
     inside_ = std::make_unique<ScopedNetns>(pair_->agent());
     ASSERT_TRUE(inside_->ok());
     ipv6flag = 0;
@@ -85,7 +84,6 @@ class AgentNetnsTest : public ::testing::Test {
     return Addrs(family).find(text) != std::string::npos;
   }
 
-  std::unique_ptr<NetnsPair> pair_;
   std::unique_ptr<ScopedNetns> inside_;
 };
 

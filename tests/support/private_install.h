@@ -1,7 +1,8 @@
 // The built vyrvip run as a program with a private installation: <dir>/inst
 // is the install folder with the configuration under check in chkconf.xml
 // (whose resource "good" is valid), <dir>/inst/var/check/vip.log the check
-// log, <dir>/log the trace logs, and the settings in the environment.
+// log, <dir>/log the trace logs, and the settings in the environment. A
+// test that needs namespaces calls SetUpNamespaces() as well.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,13 +10,14 @@
 
 #include <string>
 
+#include "support/netns.h"
 #include "support/sh.h"
 
 namespace vyrtest {
 
 inline const std::string kVyrvipBinary = VYR_BINARY_DIR "/src/vyrvip";
 
-class PrivateInstall : public ::testing::Test {
+class PrivateInstall : public NetnsTest {
  protected:
   void SetUp() override { SetUpInstall(""); }
 

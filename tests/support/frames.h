@@ -1,0 +1,121 @@
+// The frames the agent puts on the wire, as the standards lay them out,
+// built here byte by byte and not from the agent's own structures: the
+// gratuitous ARP of RFC 826 / RFC 5227 and the unsolicited Neighbor
+// Advertisement of RFC 4861 with RFC 4443's checksum; and the frames of a
+// `tcpdump -xx` dump read back.
+#pragma once
+
+#include <arpa/inet.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace vyrtest {
+
+using Bytes = std::vector<unsigned char>;
+
+inline constexpr unsigned char kEtherArp[2] = {0x08, 0x06};
+inline constexpr unsigned char kEtherIpv6[2] = {0x86, 0xdd};
+// Ethernet's shortest frame without the check sequence: ARP is padded to it.
+inline constexpr std::size_t kEtherMinFrame = 60;
+// Offsets in an ARP frame: the operation's low byte.
+inline constexpr std::size_t kArpOpLow = 21;
+inline constexpr int kArpRequest = 1;
+inline constexpr int kArpReply = 2;
+// ICMPv6 type of a Neighbor Advertisement, its "override" flag, the option
+// "target link-layer address" and the hop limit RFC 4861 demands.
+inline constexpr unsigned char kIcmp6Advert = 136;
+inline constexpr unsigned char kAdvertOverride = 0x20;
+inline constexpr unsigned char kOptTargetMac = 2;
+inline constexpr unsigned char kNdHopLimit = 255;
+
+// "xx:xx:xx:xx:xx:xx" as its six bytes.
+inline Bytes MacBytes(const std::string& mac) {
+  Bytes out(6);
+  std::sscanf(mac.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &out[0], &out[1], &out[2], &out[3],
+              &out[4], &out[5]);
+  return out;
+}
+
+// An address in its network byte order.
+inline Bytes AddrBytes(const char* addr) {
+  Bytes out(16);
+  if (inet_pton(AF_INET, addr, out.data()) == 1) {
+    out.resize(4);
+  } else {
+    inet_pton(AF_INET6, addr, out.data());
+  }
+  return out;
+}
+
+inline void Append(Bytes* frame, const Bytes& part) {
+  frame->insert(frame->end(), part.begin(), part.end());
+}
+
+// A gratuitous ARP frame from `mac` for `addr`: broadcast, sender and target
+// both the address, padded to the shortest Ethernet frame.
+inline Bytes GratuitousArp(const std::string& mac, const char* addr, int op) {
+  Bytes f(6, 0xff);
+  Append(&f, MacBytes(mac));
+  Append(&f, {kEtherArp[0], kEtherArp[1], 0x00, 0x01, 0x08, 0x00, 6, 4, 0,
+              static_cast<unsigned char>(op)});
+  for (int side = 0; side < 2; ++side) {
+    Append(&f, MacBytes(mac));
+    Append(&f, AddrBytes(addr));
+  }
+  f.resize(kEtherMinFrame, 0);
+  return f;
+}
+
+// An unsolicited Neighbor Advertisement for `target` from `mac` and the
+// link-local `source` to all nodes, with its checksum worked out from the
+// pseudo-header.
+inline Bytes NeighborAdvert(const std::string& mac, const std::string& source,
+                            const char* target) {
+  Bytes f = {0x33, 0x33, 0, 0, 0, 1};
+  Append(&f, MacBytes(mac));
+  Append(&f, {kEtherIpv6[0], kEtherIpv6[1], 0x60, 0, 0, 0, 0, 32, 58, kNdHopLimit});
+  Append(&f, AddrBytes(source.c_str()));
+  Append(&f, AddrBytes("ff02::1"));
+  Append(&f, {kIcmp6Advert, 0, 0, 0, kAdvertOverride, 0, 0, 0});
+  Append(&f, AddrBytes(target));
+  Append(&f, {kOptTargetMac, 1});
+  Append(&f, MacBytes(mac));
+  uint32_t sum = 32 + 58;
+  for (std::size_t i = 22; i < f.size(); i += 2) sum += static_cast<uint32_t>(f[i] << 8 | f[i + 1]);
+  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
+  f[56] = static_cast<unsigned char>(~sum >> 8);
+  f[57] = static_cast<unsigned char>(~sum);
+  return f;
+}
+
+// The bytes of each frame of a `tcpdump -xx` dump whose summary lines hold
+// `kind` (" IP6 ", " ARP, "), in order.
+inline std::vector<Bytes> DumpedFrames(const std::string& dump, const char* kind) {
+  std::vector<Bytes> frames;
+  std::istringstream lines(dump);
+  std::string line;
+  while (std::getline(lines, line)) {
+    const std::size_t at = line.find("0x");
+    if (at == std::string::npos || line.find(':', at) == std::string::npos || at > 2) {
+      // A frame's summary line begins with its time stamp.
+      if (line.find(kind) != std::string::npos) frames.emplace_back();
+      continue;
+    }
+    if (frames.empty()) continue;
+    std::istringstream words(line.substr(line.find(':', at) + 1));
+    std::string word;
+    while (words >> word) {
+      for (std::size_t i = 0; i + 1 < word.size(); i += 2) {
+        frames.back().push_back(
+            static_cast<unsigned char>(std::stoi(word.substr(i, 2), nullptr, 16)));
+      }
+    }
+  }
+  return frames;
+}
+
+}  // namespace vyrtest
