@@ -132,6 +132,37 @@ TEST_F(LinkProbe, ArpProbeCatchesEveryHolderAtOnce) {
   EXPECT_EQ(other.ret == 15 ? pair_->AgentMac() : "", other.mac);
 }
 
+// The agent's own IPv6 duplicate detection: the peer's kernel holding the
+// address answers the solicitation from :: at once, on every try; a free
+// address costs the whole window; of two hosts probing one free address at
+// the same time, at least one refuses it.
+TEST_F(LinkProbe, DadProbeCatchesEveryHolderAtOnce) {
+  ASSERT_EQ(0, pair_->InPeer("ip -6 addr add 2001:db8::70/64 dev vb0 nodad"));
+  const std::string peer = pair_->PeerMac();
+  for (int i = 0; i < 20; ++i) {
+    const ProbeOutcome o = ProbeOnce(vip_dad_probe, "2001:db8::70", 2000);
+    EXPECT_EQ(15, o.ret) << "try " << i;
+    EXPECT_EQ(peer, o.mac) << "try " << i;
+    EXPECT_LT(o.took.count(), 1000) << "try " << i;
+  }
+  const ProbeOutcome free = ProbeOnce(vip_dad_probe, "2001:db8::72", 200);
+  EXPECT_EQ(0, free.ret);
+  EXPECT_GE(free.took.count(), 200);
+
+  ProbeOutcome other{};
+  std::thread peer_side([&] {
+    vyrtest::ScopedNetns inside(pair_->peer());
+    char mac[32] = {};
+    other.ret = vip_dad_probe("vb0", "2001:db8::73", 1000, mac, sizeof mac);
+    other.mac = mac;
+  });
+  const ProbeOutcome ours = ProbeOnce(vip_dad_probe, "2001:db8::73", 1000);
+  peer_side.join();
+  EXPECT_TRUE(ours.ret == 15 || other.ret == 15) << ours.ret << " " << other.ret;
+  EXPECT_EQ(ours.ret == 15 ? peer : "", ours.mac);
+  EXPECT_EQ(other.ret == 15 ? pair_->AgentMac() : "", other.mac);
+}
+
 // The peer holds the address and drops echo requests: the ping probe lets it
 // through, the ARP probe refuses it with the same event as an address that
 // answers ping (forcing as for ping), a free address passes both.
@@ -177,12 +208,24 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
   });
 }
 
-// The peer holds the IPv6 address: with a DAD time limit the kernel's
-// "dadfailed" fails the activation and the address is gone; without one
-// the activation succeeds as it always did.
+// The peer holds the IPv6 address and drops echo requests: the agent's own
+// duplicate detection refuses it before anything is added, although the
+// ping probe passes; with a DAD time limit the kernel's "dadfailed" fails
+// the activation and the address is gone; without either the activation
+// succeeds as it always did.
 TEST_F(Defence, DadFailureTakesTheAddressAway) {
-  ASSERT_EQ(0, pair_->InPeer("ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
+  ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv6.icmp.echo_ignore_all=1 && "
+                             "ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
+  const std::string claimed =
+      "2001:db8::40 is already exist.(macaddr : " + pair_->PeerMac() + ")";
   RunSteps({
+      {.mode = "--active",
+       .rsc = "dadprobe",
+       .params = OnVa0("2001:db8::40/64", "<dad><probe>200</probe></dad>"),
+       .code = 15,
+       .desc = "IP address was already used.",
+       .gone = "2001:db8::40/",
+       .log = claimed.c_str()},
       {.mode = "--active",
        .rsc = "dad",
        .params = OnVa0("2001:db8::40/64", kNoProbe + "<dad><timeout>8000</timeout></dad>"),
@@ -198,7 +241,7 @@ TEST_F(Defence, DadFailureTakesTheAddressAway) {
   });
 }
 
-// A free IPv6 address passes DAD within the limit and stays.
+// A free IPv6 address passes both duplicate detections and stays.
 TEST_F(Defence, DadPassesForAFreeAddress) {
   RunSteps({{.mode = "--active",
              .rsc = "free",
@@ -206,7 +249,13 @@ TEST_F(Defence, DadPassesForAFreeAddress) {
              .desc = "Success.",
              .shown = "2001:db8::41/64",
              .gone = "dadfailed",
-             .log = "DAD of 2001:db8::41 on va0 passed."}});
+             .log = "DAD of 2001:db8::41 on va0 passed."},
+            {.mode = "--active",
+             .rsc = "probed",
+             .params = OnVa0("2001:db8::42/64", kNoProbe + "<dad><timeout>8000</timeout><probe>200</probe></dad>"),
+             .desc = "Success.",
+             .shown = "2001:db8::42/64",
+             .log = "vip_dad_probe(2001:db8::42) OK."}});
   EXPECT_FALSE(Contains(AgentAddrs("-6"), "tentative")) << AgentAddrs("-6");
 }
 

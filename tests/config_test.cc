@@ -78,7 +78,7 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
       "ping       = cmd:bin/vyrping,to:1,rty:0,itv:1,frc:0,nps:0|arp        = cmd:arp,num:1,"
       "opcode:1|";
   // Activation alone reads the settings that defend the address.
-  const std::string defence = "defence    = na:0,dad:0,arpprobe:0|";
+  const std::string defence = "defence    = na:0,dad:0,arpprobe:0,dadprobe:0|";
   const std::string ipaddr = "ipaddr     = netlink:0,nodad:0|";
   const std::string ifconfig = ipaddr + "ifconfig   = cmd:ifconfig,to:60|";
   const std::string chk =
@@ -100,7 +100,8 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
       {example, kBare, 1, 0, act + ifconfig + chk + eth},
       {"agent-full.xml", kShipped, 0, 0,
        "ping       = cmd:bin/myping,to:5,rty:4,itv:2,frc:1,nps:1|" + arp +
-           "defence    = na:3,dad:2000,arpprobe:1000|ipaddr     = netlink:1,nodad:1|" + tools + v6 +
+           "defence    = na:3,dad:2000,arpprobe:1000,dadprobe:200|ipaddr     = netlink:1,nodad:1|" +
+           tools + v6 +
            "1 1 1 /opt/vyrtest"},
       {"agent-full.xml", kShipped, 1, 0,
        "ping       = cmd:bin/myping,to:1,rty:0,itv:1,frc:0,nps:2|" + arp +

@@ -1,5 +1,6 @@
 // Check mode for the settings that defend the address: the advertisement
-// count, the DAD wait and the ARP probe time. Each is optional (a missing
+// count, the DAD wait and the times of the ARP probe and of the agent's own
+// duplicate detection. Each is optional (a missing
 // one keeps its default of 0 and is no finding); one that is set must be a
 // number inside the range the resource type's policy gives it.
 #include <cstdio>
@@ -19,6 +20,7 @@ constexpr numeric_param kDefence[] = {
     {"NA Retry", "/root/resource/vip@%s/parameters/na/retry", "4"},
     {"DAD Timeout", "/root/resource/vip@%s/parameters/dad/timeout", "5"},
     {"ARP Probe Timeout", "/root/resource/vip@%s/parameters/arpprobe/timeout", "6"},
+    {"DAD Probe", "/root/resource/vip@%s/parameters/dad/probe", "7"},
 };
 // The number the out-of-range lines carry, as for every numeric check.
 constexpr int kRangeErrorId = 4;

@@ -100,3 +100,12 @@ int vip_arp_probe_act(const VIP_INFO* info) {
   TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;
 }
+
+int vip_dad_probe_act(const VIP_INFO* info) {
+  TRACE(TRACE_DETAIL, "vip_dad_probe_act()  ENTRY...");
+  char mac[32] = {};
+  int ret = vip_dad_probe(info->ifname, info->addr, info->dadprobe, mac, sizeof mac);
+  ret = Verdict(info, "vip_dad_probe", ret, mac);
+  TRACE(TRACE_DETAIL, "return(%d)", ret);
+  return ret;
+}

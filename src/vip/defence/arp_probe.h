@@ -27,7 +27,9 @@ int vip_dad_probe(const char* ifname, const char* addr, int timeout_ms, char* ma
                   std::size_t maclen);
 
 // The activation's probe of the run's address with the run's settings
-// (arpprobetout): the trace lines, event 10 for an address in use and the
-// forcing of the ping probe (pingforce: warning, event 11, result 0). Writes
-// no status description; the caller does, once every probe is over.
+// (arpprobetout for IPv4, dadprobe for IPv6): the trace lines, event 10 for
+// an address in use and the forcing of the ping probe (pingforce: warning,
+// event 11, result 0). Writes no status description; the caller does, once
+// every probe is over.
 int vip_arp_probe_act(const VIP_INFO* info);
+int vip_dad_probe_act(const VIP_INFO* info);

@@ -25,33 +25,41 @@
 
 namespace {
 
-// The ARP probe's verdict as the status description, once both probes are
+// The link probe's verdict as the status description, once both probes are
 // over, so that the description always goes with the status returned.
-int ArpProbeStatus(int ret) {
+int LinkProbeStatus(int ret) {
   if (ret == vyr::status::kInUse) return vyr::Fail(ret, "IP address was already used.");
   if (ret != 0) return vyr::Fail(ret);
   return ret;
 }
 
+// The probe on the link for the address's family when it is configured: the
+// ARP probe (IPv4) or the agent's own duplicate address detection (IPv6).
+using LinkProbe = int (*)(const VIP_INFO*);
+LinkProbe ChooseLinkProbe(const VIP_INFO* info) {
+  if (ipv6flag) return info->dadprobe > 0 ? vip_dad_probe_act : nullptr;
+  return info->arpprobetout > 0 ? vip_arp_probe_act : nullptr;
+}
+
 // The duplicate-address probes before anything is changed: the ping probe
-// and, for IPv4 when configured, the ARP probe beside it on a thread of its
+// and, when configured, the probe on the link beside it on a thread of its
 // own, so that together they take as long as the slower one. 0 lets the
 // activation go on.
 int ProbeBeforeActivation(VIP_INFO* info) {
   const bool ping = info->pingtout != 0;
-  const bool arp = info->arpprobetout > 0 && !ipv6flag;
-  if (!ping && !arp) return 0;
+  const LinkProbe link = ChooseLinkProbe(info);
+  if (!ping && link == nullptr) return 0;
   if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
     TRACE(TRACE_INFO, "ping was not executed because npsimu is enabled.");
     return 0;
   }
-  int arp_ret = 0;
-  std::jthread arp_probe;
-  if (arp) {
+  int link_ret = 0;
+  std::jthread link_probe;
+  if (link != nullptr) {
     try {
-      arp_probe = std::jthread([info, &arp_ret] { arp_ret = vip_arp_probe_act(info); });
+      link_probe = std::jthread([info, link, &link_ret] { link_ret = link(info); });
     } catch (const std::system_error& e) {
-      TRACE(TRACE_WARNING, "pthread_create(vip_arp_probe) failed. (errno=%d)", e.code().value());
+      TRACE(TRACE_WARNING, "pthread_create(link probe) failed. (errno=%d)", e.code().value());
     }
   }
   int ret = 0;
@@ -63,13 +71,13 @@ int ProbeBeforeActivation(VIP_INFO* info) {
       TRACE(TRACE_DETAIL, "vip_ping() succeeded.");
     }
   }
-  if (arp_probe.joinable()) {
-    arp_probe.join();
-  } else if (arp) {
-    arp_ret = vip_arp_probe_act(info);  // no thread to be had: one after the other
+  if (link_probe.joinable()) {
+    link_probe.join();
+  } else if (link != nullptr) {
+    link_ret = link(info);  // no thread to be had: one after the other
   }
   if (ret != 0) return ret;
-  return ArpProbeStatus(arp_ret);
+  return LinkProbeStatus(link_ret);
 }
 
 // The device record as the settings describe the address.

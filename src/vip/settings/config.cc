@@ -58,6 +58,7 @@ constexpr IntSetting kDefence[] = {
     {"na/retry", &VIP_INFO::nanum, 0},
     {"dad/timeout", &VIP_INFO::dadtout, 0},
     {"arpprobe/timeout", &VIP_INFO::arpprobetout, 0},
+    {"dad/probe", &VIP_INFO::dadprobe, 0},
 };
 constexpr IntSetting kAddressChange[] = {
     {"ipaddr/netlink", &VIP_INFO::ipaddrnetlink, 0},
@@ -160,8 +161,8 @@ void ReadSettings(VIP_INFO* info) {
         info->arpopcode);
   if (actflag == 0) {
     ReadInts(info, kDefence);
-    TRACE(TRACE_INFO, "defence    = na:%d,dad:%d,arpprobe:%d", info->nanum, info->dadtout,
-          info->arpprobetout);
+    TRACE(TRACE_INFO, "defence    = na:%d,dad:%d,arpprobe:%d,dadprobe:%d", info->nanum,
+          info->dadtout, info->arpprobetout, info->dadprobe);
   }
 
   ReadAddressChange(info);
