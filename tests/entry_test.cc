@@ -1,4 +1,4 @@
-// The process entry, run as the built vyrvip binary against a private
+// The process entry, run as the installed vyrvip against a private
 // configuration, log folder and cluster tables. None of these runs reaches
 // an interface: each one ends before the sequences.
 #include <gtest/gtest.h>
@@ -9,51 +9,41 @@
 #include <vector>
 
 #include "common/shell.h"
+#include "support/agent_fixture.h"
 #include "support/log_lines.h"
-#include "support/sh.h"
 
 namespace {
 
-const std::string kVyrvip = VYR_BINARY_DIR "/src/vyrvip";
-const std::string kVyrctl = VYR_BINARY_DIR "/platform/vyrctl/vyrctl";
-
+// The agent installed with its configuration (no resource has addresses)
+// and tables of its own; runs outside any namespace.
 class EntryTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, vyrtest::Sh("mkdir -p '" + dir_ / "log" + "' '" + dir_ / "run" + "'"));
-    vyrtest::WriteFile(dir_ / "cluster.xml",
-                       "<root><all><path>" + dir_.path() +
-                           "</path></all><vip><log><level>8</level></log></vip></root>\n");
-    env_ = "env VYR_CONFIG=" + dir_ / "cluster.xml VYR_LOG_DIR=" + dir_ / "log VYR_RUN_DIR=" +
-           dir_ / "run VYR_POLICY_DIR=" VYR_SOURCE_DIR "/platform/policy ";
-    ASSERT_EQ(0, vyrtest::Sh(env_ + kVyrctl + " start")) << "build vyrvip and vyrctl first";
+    ASSERT_TRUE(env_.ok()) << "installing the build tree failed";
+    env_.WriteConfig("");
+    ASSERT_EQ(0, env_.Ctl("start"));
   }
-  void TearDown() override {
-    if (!env_.empty()) vyrtest::Sh(env_ + kVyrctl + " stop");  // this test's tables only
-  }
-
-  // Runs vyrvip with `args` (split at blanks) behind `wrapper`.
+  // Runs vyrvip with `args` (split at blanks, each word quoted) behind `wrapper`.
   int Run(const std::string& args, const std::string& wrapper = "") const {
-    std::string cmd = env_ + wrapper + " " + kVyrvip;
+    std::string quoted;
     std::istringstream words(args);
-    for (std::string w; words >> w;) cmd.append(" ").append(vyr::ShellQuote(w));
-    return vyrtest::Sh(cmd + " >/dev/null");
+    for (std::string w; words >> w;) quoted.append(" ").append(vyr::ShellQuote(w));
+    return env_.Vyrvip("", quoted + " >/dev/null", nullptr, 0, wrapper);
   }
   // "LEVEL text" of the trace log's lines of `level`, or of all for "".
   std::vector<std::string> Log(const std::string& level = "") const {
     std::vector<std::string> out;
-    for (const auto& l : vyrtest::ReadLogLines(dir_ / "log/vip.log")) {
+    for (const auto& l : vyrtest::ReadLogLines(env_.dir() + "/log/vip.log")) {
       if (level.empty() || l.level == level) out.push_back(l.level + " " + l.text);
     }
     return out;
   }
   std::string Status() const {
     std::string out;
-    return vyrtest::Sh(env_ + kVyrctl + " status", &out) == 0 ? out : "<status failed>";
+    return env_.Ctl("status", &out) == 0 ? out : "<status failed>";
   }
 
-  vyrtest::TempDir dir_;
-  std::string env_;
+  vyrtest::ClusterEnv env_;
 };
 
 // No arguments, or a run that is not root's, logs and stores nothing. Any
@@ -63,7 +53,7 @@ TEST_F(EntryTest, RefusalsAreStoredUnderTheNamesGiven) {
   EXPECT_EQ(4, Run(""));
   EXPECT_EQ(5,
             Run("--active -r vipR -g grpR", "setpriv --reuid=65534 --regid=65534 --clear-groups"));
-  EXPECT_EQ("", vyrtest::ReadFile(dir_ / "log/vip.log"));
+  EXPECT_EQ("", vyrtest::ReadFile(env_.dir() + "/log/vip.log"));
   EXPECT_EQ("", Status());
   EXPECT_EQ(4, Run("--add -i va0"));  // manual mode without an address sets no text
   EXPECT_EQ("-\tvip\t-\tSuccess.\n", Status());
@@ -99,7 +89,7 @@ TEST_F(EntryTest, CommandLineMatrix) {
       {"--add -a " + a81, 31, "ERROR vip_div_ipmask failed. (ret=31)"},
   };
   for (const auto& c : cases) {
-    vyrtest::WriteFile(dir_ / "log/vip.log", "");
+    vyrtest::WriteFile(env_.dir() + "/log/vip.log", "");
     EXPECT_EQ(c.status, Run(c.args)) << c.args;
     const auto log = Log();
     const bool found = std::ranges::any_of(log, [&c](const std::string& l) {

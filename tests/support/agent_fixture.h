@@ -81,12 +81,13 @@ class ClusterEnv {
   }
 
   // Runs vyrvip inside the namespace `netns` ("" for none); with a `limit`
-  // in seconds a run still going then is killed (exit status 137).
+  // in seconds a run still going then is killed (exit status 137). `wrapper`
+  // runs it (setpriv ...).
   int Vyrvip(const std::string& netns, const std::string& args, std::string* out = nullptr,
-             int limit = 0) const {
+             int limit = 0, const std::string& wrapper = "") const {
     return Sh((netns.empty() ? "" : "ip netns exec " + netns + " ") +
                   (limit > 0 ? "timeout -s KILL " + std::to_string(limit) + " " : "") + "env " +
-                  EnvAssignments() + " '" + prefix_ + "/bin/vyrvip' " + args,
+                  EnvAssignments() + " " + wrapper + " '" + prefix_ + "/bin/vyrvip' " + args,
               out);
   }
 
