@@ -89,78 +89,58 @@ class SlowHolder {
 
 using LinkProbe = vyrtest::AgentNetnsTest;
 
-// The ARP probe alone: the peer's kernel holding the address, and a holder
-// that answers 50 ms late, are caught on every try of a 200 ms window, at
-// once, naming vb0's MAC; a free address costs the whole window; of two
-// hosts probing one free address at the same time, at least one refuses it.
+// One probe on the link alone: the peer's kernel holding `held` is caught on
+// every try, at once, naming vb0's MAC; a free address (`free`) costs the
+// whole window; of two hosts probing one free address (`both`) at the same
+// time, at least one refuses it: whoever hears the other's probe first backs
+// off, never both take it.
+void ProbeCatchesHoldersAtOnce(const vyrtest::NetnsPair& pair, const ProbeCall& probe,
+                               const char* held, const char* free, const char* both) {
+  const std::string peer = pair.PeerMac();
+  for (int i = 0; i < 20; ++i) {
+    const ProbeOutcome o = ProbeOnce(probe, held, 2000);
+    EXPECT_EQ(15, o.ret) << "try " << i;
+    EXPECT_EQ(peer, o.mac) << "try " << i;
+    EXPECT_LT(o.took.count(), 1000) << "try " << i;
+  }
+  const ProbeOutcome alone = ProbeOnce(probe, free, 200);
+  EXPECT_EQ(0, alone.ret);
+  EXPECT_GE(alone.took.count(), 200);
+  ProbeOutcome other{};
+  std::thread peer_side([&] {
+    vyrtest::ScopedNetns inside(pair.peer());
+    char mac[32] = {};
+    other.ret = probe("vb0", both, 1000, mac, sizeof mac);
+    other.mac = mac;
+  });
+  const ProbeOutcome ours = ProbeOnce(probe, both, 1000);
+  peer_side.join();
+  EXPECT_TRUE(ours.ret == 15 || other.ret == 15) << ours.ret << " " << other.ret;
+  EXPECT_EQ(ours.ret == 15 ? peer : "", ours.mac);
+  EXPECT_EQ(other.ret == 15 ? pair.AgentMac() : "", other.mac);
+}
+
+// The ARP probe, and a holder that answers 50 ms late, caught on every try
+// of a 200 ms window.
 TEST_F(LinkProbe, ArpProbeCatchesEveryHolderAtOnce) {
   ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0"));
   ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.70/24 dev vb0"));
-  const std::string peer = pair_->PeerMac();
+  ProbeCatchesHoldersAtOnce(*pair_, vip_arp_probe, "192.0.2.70", "192.0.2.72", "192.0.2.73");
+  SlowHolder holder(pair_->peer(), "192.0.2.71", std::chrono::milliseconds(50));
   for (int i = 0; i < 20; ++i) {
-    const ProbeOutcome o = ProbeOnce(vip_arp_probe, "192.0.2.70", 2000);
+    const ProbeOutcome o = ProbeOnce(vip_arp_probe, "192.0.2.71", 200);
     EXPECT_EQ(15, o.ret) << "try " << i;
-    EXPECT_EQ(peer, o.mac) << "try " << i;
-    EXPECT_LT(o.took.count(), 1000) << "try " << i;
+    EXPECT_EQ(pair_->PeerMac(), o.mac) << "try " << i;
   }
-  {
-    SlowHolder holder(pair_->peer(), "192.0.2.71", std::chrono::milliseconds(50));
-    for (int i = 0; i < 20; ++i) {
-      const ProbeOutcome o = ProbeOnce(vip_arp_probe, "192.0.2.71", 200);
-      EXPECT_EQ(15, o.ret) << "try " << i;
-      EXPECT_EQ(peer, o.mac) << "try " << i;
-    }
-    EXPECT_TRUE(holder.ok());
-    EXPECT_GE(holder.answered(), 20);
-  }
-  const ProbeOutcome free = ProbeOnce(vip_arp_probe, "192.0.2.72", 200);
-  EXPECT_EQ(0, free.ret);
-  EXPECT_GE(free.took.count(), 200);
-
-  ProbeOutcome other{};
-  std::thread peer_side([&] {
-    vyrtest::ScopedNetns inside(pair_->peer());
-    char mac[32] = {};
-    other.ret = vip_arp_probe("vb0", "192.0.2.73", 1000, mac, sizeof mac);
-    other.mac = mac;
-  });
-  const ProbeOutcome ours = ProbeOnce(vip_arp_probe, "192.0.2.73", 1000);
-  peer_side.join();
-  // Whoever hears the other's probe first backs off; never both take it.
-  EXPECT_TRUE(ours.ret == 15 || other.ret == 15) << ours.ret << " " << other.ret;
-  EXPECT_EQ(ours.ret == 15 ? peer : "", ours.mac);
-  EXPECT_EQ(other.ret == 15 ? pair_->AgentMac() : "", other.mac);
+  EXPECT_TRUE(holder.ok());
+  EXPECT_GE(holder.answered(), 20);
 }
 
-// The agent's own IPv6 duplicate detection: the peer's kernel holding the
-// address answers the solicitation from :: at once, on every try; a free
-// address costs the whole window; of two hosts probing one free address at
-// the same time, at least one refuses it.
+// The agent's own IPv6 duplicate detection (solicitations from ::).
 TEST_F(LinkProbe, DadProbeCatchesEveryHolderAtOnce) {
   ASSERT_EQ(0, pair_->InPeer("ip -6 addr add 2001:db8::70/64 dev vb0 nodad"));
-  const std::string peer = pair_->PeerMac();
-  for (int i = 0; i < 20; ++i) {
-    const ProbeOutcome o = ProbeOnce(vip_dad_probe, "2001:db8::70", 2000);
-    EXPECT_EQ(15, o.ret) << "try " << i;
-    EXPECT_EQ(peer, o.mac) << "try " << i;
-    EXPECT_LT(o.took.count(), 1000) << "try " << i;
-  }
-  const ProbeOutcome free = ProbeOnce(vip_dad_probe, "2001:db8::72", 200);
-  EXPECT_EQ(0, free.ret);
-  EXPECT_GE(free.took.count(), 200);
-
-  ProbeOutcome other{};
-  std::thread peer_side([&] {
-    vyrtest::ScopedNetns inside(pair_->peer());
-    char mac[32] = {};
-    other.ret = vip_dad_probe("vb0", "2001:db8::73", 1000, mac, sizeof mac);
-    other.mac = mac;
-  });
-  const ProbeOutcome ours = ProbeOnce(vip_dad_probe, "2001:db8::73", 1000);
-  peer_side.join();
-  EXPECT_TRUE(ours.ret == 15 || other.ret == 15) << ours.ret << " " << other.ret;
-  EXPECT_EQ(ours.ret == 15 ? peer : "", ours.mac);
-  EXPECT_EQ(other.ret == 15 ? pair_->AgentMac() : "", other.mac);
+  ProbeCatchesHoldersAtOnce(*pair_, vip_dad_probe, "2001:db8::70", "2001:db8::72",
+                            "2001:db8::73");
 }
 
 // The peer holds the address and drops echo requests: the ping probe lets it
@@ -171,41 +151,24 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
                              "ip addr add 192.0.2.70/24 dev vb0"));
   const std::string probe = "<arpprobe><timeout>200</timeout></arpprobe>";
   const std::string claimed = "192.0.2.70 is already exist.(macaddr : " + pair_->PeerMac() + ")";
+  // clang-format off
   RunSteps({
-      {.mode = "--active",
-       .rsc = "pingonly",
-       .params = OnVa0("192.0.2.70/24"),
-       .desc = "Success.",
+      {.mode = "--active", .rsc = "pingonly", .params = OnVa0("192.0.2.70/24"), .desc = "Success.",
        .shown = "192.0.2.70/24"},
-      {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0",
-       .mode = "--active",
-       .rsc = "arpprobe",
-       .params = OnVa0("192.0.2.70/24", probe),
-       .code = 15,
-       .desc = "IP address was already used.",
-       .gone = "192.0.2.70",
-       .log = claimed.c_str()},
-      {.mode = "--active",
-       .rsc = "ev",
-       .params = OnVa0("192.0.2.70/24", kNoProbe + "<arpprobe><timeout>200</timeout></arpprobe>"),
-       .code = 15,
-       .desc = "IP address was already used.",
-       .gone = "192.0.2.70",
+      {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0", .mode = "--active", .rsc = "arpprobe",
+       .params = OnVa0("192.0.2.70/24", probe), .code = 15, .desc = "IP address was already used.",
+       .gone = "192.0.2.70", .log = claimed.c_str()},
+      {.mode = "--active", .rsc = "ev", .params = OnVa0("192.0.2.70/24", kNoProbe + probe),
+       .code = 15, .desc = "IP address was already used.", .gone = "192.0.2.70",
        .log = "[event 10] 192.0.2.70"},
-      {.mode = "--active",
-       .rsc = "forced",
-       .params = OnVa0("192.0.2.70/24", probe + "<ping><force>1</force></ping>"),
-       .desc = "Success.",
-       .shown = "192.0.2.70/24",
-       .log = "force act vip(192.0.2.70)!"},
-      {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0",
-       .mode = "--active",
-       .rsc = "free",
-       .params = OnVa0("192.0.2.71/24", probe),
-       .desc = "Success.",
-       .shown = "192.0.2.71/24",
+      {.mode = "--active", .rsc = "forced",
+       .params = OnVa0("192.0.2.70/24", probe + "<ping><force>1</force></ping>"), .desc = "Success.",
+       .shown = "192.0.2.70/24", .log = "force act vip(192.0.2.70)!"},
+      {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0", .mode = "--active", .rsc = "free",
+       .params = OnVa0("192.0.2.71/24", probe), .desc = "Success.", .shown = "192.0.2.71/24",
        .log = "vip_arp_probe(192.0.2.71) OK."},
   });
+  // clang-format on
 }
 
 // The peer holds the IPv6 address and drops echo requests: the agent's own
@@ -218,44 +181,32 @@ TEST_F(Defence, DadFailureTakesTheAddressAway) {
                              "ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
   const std::string claimed =
       "2001:db8::40 is already exist.(macaddr : " + pair_->PeerMac() + ")";
+  // clang-format off
   RunSteps({
-      {.mode = "--active",
-       .rsc = "dadprobe",
-       .params = OnVa0("2001:db8::40/64", "<dad><probe>200</probe></dad>"),
-       .code = 15,
-       .desc = "IP address was already used.",
-       .gone = "2001:db8::40/",
-       .log = claimed.c_str()},
-      {.mode = "--active",
-       .rsc = "dad",
+      {.mode = "--active", .rsc = "dadprobe",
+       .params = OnVa0("2001:db8::40/64", "<dad><probe>200</probe></dad>"), .code = 15,
+       .desc = "IP address was already used.", .gone = "2001:db8::40/", .log = claimed.c_str()},
+      {.mode = "--active", .rsc = "dad",
        .params = OnVa0("2001:db8::40/64", kNoProbe + "<dad><timeout>8000</timeout></dad>"),
-       .code = 15,
-       .desc = "This ip address was already used.  IP=2001:db8::40",
-       .gone = "2001:db8::40/",
-       .log = "DAD failed for 2001:db8::40 on va0."},
-      {.mode = "--active",
-       .rsc = "nodad",
-       .params = OnVa0("2001:db8::40/64", kNoProbe),
-       .desc = "Success.",
-       .shown = "2001:db8::40/64"},
+       .code = 15, .desc = "This ip address was already used.  IP=2001:db8::40",
+       .gone = "2001:db8::40/", .log = "DAD failed for 2001:db8::40 on va0."},
+      {.mode = "--active", .rsc = "nodad", .params = OnVa0("2001:db8::40/64", kNoProbe),
+       .desc = "Success.", .shown = "2001:db8::40/64"},
   });
+  // clang-format on
 }
 
 // A free IPv6 address passes both duplicate detections and stays.
 TEST_F(Defence, DadPassesForAFreeAddress) {
-  RunSteps({{.mode = "--active",
-             .rsc = "free",
-             .params = OnVa0("2001:db8::41/64", "<dad><timeout>8000</timeout></dad>"),
-             .desc = "Success.",
-             .shown = "2001:db8::41/64",
-             .gone = "dadfailed",
-             .log = "DAD of 2001:db8::41 on va0 passed."},
-            {.mode = "--active",
-             .rsc = "probed",
-             .params = OnVa0("2001:db8::42/64", kNoProbe + "<dad><timeout>8000</timeout><probe>200</probe></dad>"),
-             .desc = "Success.",
-             .shown = "2001:db8::42/64",
-             .log = "vip_dad_probe(2001:db8::42) OK."}});
+  // clang-format off
+  RunSteps({
+      {.mode = "--active", .rsc = "free",
+       .params = OnVa0("2001:db8::41/64", "<dad><timeout>8000</timeout></dad>"), .desc = "Success.",
+       .shown = "2001:db8::41/64", .gone = "dadfailed", .log = "DAD of 2001:db8::41 on va0 passed."},
+      {.mode = "--active", .rsc = "probed",
+       .params = OnVa0("2001:db8::42/64", kNoProbe + "<dad><timeout>8000</timeout><probe>200</probe></dad>"),
+       .desc = "Success.", .shown = "2001:db8::42/64", .log = "vip_dad_probe(2001:db8::42) OK."}});
+  // clang-format on
   EXPECT_FALSE(Contains(AgentAddrs("-6"), "tentative")) << AgentAddrs("-6");
 }
 
@@ -277,28 +228,20 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   const std::string first =
       catching +
       "ip -n $P -6 neigh replace 2001:db8::50 lladdr 02:00:00:00:00:99 dev vb0 nud stale";
+  // clang-format off
   RunSteps({
-      {.setup = first.c_str(),
-       .mode = "--active",
-       .rsc = "na",
-       .params = OnVa0("2001:db8::50/64", "<na><retry>2</retry></na>"),
-       .desc = "Success.",
-       .shown = "2001:db8::50/64",
-       .log = "vip_send_na() OK."},
+      {.setup = first.c_str(), .mode = "--active", .rsc = "na",
+       .params = OnVa0("2001:db8::50/64", "<na><retry>2</retry></na>"), .desc = "Success.",
+       .shown = "2001:db8::50/64", .log = "vip_send_na() OK."},
       {.setup = "ip -n $P -6 neigh replace 2001:db8::51 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
-       .mode = "--active",
-       .rsc = "none",
-       .params = OnVa0("2001:db8::51/64"),
-       .desc = "Success.",
+       .mode = "--active", .rsc = "none", .params = OnVa0("2001:db8::51/64"), .desc = "Success.",
        .shown = "2001:db8::51/64"},
       // Without a link-local source nothing can be sent: a warning only.
-      {.setup = "ip -n $A -6 addr flush dev va0 scope link",
-       .mode = "--active",
-       .rsc = "nolinklocal",
-       .params = OnVa0("2001:db8::52/64", "<na><retry>1</retry></na>"),
-       .shown = "2001:db8::52/64",
-       .log = "vip_send_na() failed. (ret=20)"},
+      {.setup = "ip -n $A -6 addr flush dev va0 scope link", .mode = "--active",
+       .rsc = "nolinklocal", .params = OnVa0("2001:db8::52/64", "<na><retry>1</retry></na>"),
+       .shown = "2001:db8::52/64", .log = "vip_send_na() failed. (ret=20)"},
   });
+  // clang-format on
   std::string neigh;
   pair_->InPeer("ip -6 neigh show dev vb0", &neigh);
   EXPECT_TRUE(Contains(neigh, "2001:db8::50 lladdr " + mac)) << neigh;
