@@ -31,8 +31,10 @@ std::string Print(const std::string& text) { return "printf '%s' '" + text + "'\
 // ended with its process group at the limit.
 TEST(IfconfigListing, ToolOutputGivesTheEntriesOrItsCodeAndDescription) {
   vyrtest::TempDir dir;
-  const auto tool = [&](const std::string& name, const std::string& body) {
-    return vyrtest::WriteScript(dir.path(), name, "[ \"$*\" = -a ] || exit 9\n" + body);
+  const auto tool = [&](const std::string& name, const std::string& body,
+                        const std::string& args = "-a") {
+    return vyrtest::WriteScript(dir.path(), name,
+                                "[ \"$*\" = \"" + args + "\" ] || exit 9\n" + body);
   };
   const std::string exits1 = tool("exits1", Cat("older_mixed.txt") + "exit 1\n");
   // Keywords in any case; MAC groups kept as written, the bytes right for
@@ -64,11 +66,8 @@ TEST(IfconfigListing, ToolOutputGivesTheEntriesOrItsCodeAndDescription) {
        "eth1 2001:db8:1::7 ffff:ffff:ffff:: /48 00:0c:29:3b:12:3e\n"
        "eth2   /0 00:0C:29:3B:12:48\n"
        "lo ::1 ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff /128 \n"},
-      {vyrtest::WriteScript(
-           dir.path(), "it's;$(id)",
-           "[ \"$*\" = \"--older * -a\" ] || exit 9\n" + Cat("seventeen_blocks.txt")) +
-           "\t--older  *",
-       0, 0, "untouched", seventeen},
+      {tool("it's;$(id)", Cat("seventeen_blocks.txt"), "--older * -a") + "\t--older  *", 0, 0,
+       "untouched", seventeen},
       {caps, 0, 0, "untouched", "eth0 192.0.2.6 255.0.0.0 /0 0:c:29:3b:12:34\n"},
       {caps, 1, 0, "untouched",
        "eth0 2001:db8::6 ffff:ffff:ffff:ffff:: /64 0:c:29:3b:12:34\n"

@@ -59,10 +59,9 @@ class PingTest : public ::testing::Test {
   VIP_INFO info_{};
 };
 
-// Per address an answer is 15 (event 10 when activating), a failed run 2, a
-// text that is no address reaches the command as one word and is refused
-// there (2), no command 13. The last failure
-// in address order wins; forcing makes it 0 with event 11 when activating.
+// Per address an answer is 15 (event 10 when activating), a failed run 2, no
+// command 13. The last failure in address order wins; forcing makes it 0
+// with event 11 when activating.
 TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
   const char* kUsed = "IP address was already used.";
   const Strings kHeld = {"[event 10] 192.0.2.5"};
@@ -80,7 +79,6 @@ TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
       {{"192.0.2.3", "192.0.2.4"}, 0, 0, 2, 0, "", {}},
       {{"192.0.2.5"}, 1, 0, 1, 0, "", {"[event 10] 192.0.2.5", "[event 11] 192.0.2.5"}},
       {{"192.0.2.5"}, 1, 1, 1, 15, kUsed, {}},
-      {{"192.0.2.5;id"}, 0, 0, 1, 2, "Internal error. (status=2)", {}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.addrs[0] << " force " << c.force << " act " << c.act);
@@ -301,8 +299,6 @@ TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
       {"2001:db8::3", 1, 0, "", ""},
       {"2001:db8::2", 0, 15, "2001:db8::2 is already exist. (ret=3)", kUsed},
       {" 192.0.2.2 ", 0, 15, " 192.0.2.2  is already exist.(macaddr : " + mac, kUsed},
-      {"192.0.2.3 ", 0, 0, "system(\"" + kBinDir + "/vyrping\" -c 1 192.0.2.3  > /dev/null 2>&1)",
-       ""},
       {"host.example", 0, 2, "ping to host.example failed (after system()).",
        "Internal error. (status=2)"},
   };
