@@ -146,7 +146,7 @@ meta_rows=$(for n in $names; do
 	echo "$n ${d:--}"
 done | sort)
 # shellcheck disable=SC2016
-doc_rows=$(sed -n 's/^| `\([a-z_]*\)` | \([^|]*\) |.*/\1 \2/p' "$source/docs/pacemaker.md" | sed 's/ *$//' | sort)
+doc_rows=$(sed -n 's/^| `\([a-z0-9_]*\)` | \([^|]*\) |.*/\1 \2/p' "$source/docs/pacemaker.md" | sed 's/ *$//' | sort)
 expect "docs/pacemaker.md parameter table = meta-data" "$meta_rows" "$doc_rows"
 
 # --- ocf-tester, with the address alone: interface and prefix from the route -
@@ -175,7 +175,7 @@ while IFS= read -r row; do
 	[ "$params" = "$row" ] || want_text=${row#* | }
 	read -ra words <<<"$params"
 	if [[ ${words[0]} == needs=* ]]; then
-		grep -q -e "${words[0]#needs=}" "$source/docs/configuration.md" "$source/docs/vyrvip.1" ||
+		grep -qs -e "${words[0]#needs=}" "$source/docs/configuration.md" "$source"/docs/vyrvip.1* ||
 			{ echo "not yet in the program: $row"; continue; }
 		words=("${words[@]:1}")
 	fi
@@ -310,7 +310,7 @@ cat >"$fake/bin/vyrctl" <<'END'
 exit 0
 END
 chmod 755 "$fake/bin/vyrvip" "$fake/bin/vyrctl"
-sed "s|^VYR_PREFIX=.*|VYR_PREFIX='$fake'|" "$agent" >"$fake/agent"
+sed -e "s|^VYR_PROGRAM=.*|VYR_PROGRAM='$fake/bin/vyrvip'|" -e "s|^VYR_CTL=.*|VYR_CTL='$fake/bin/vyrctl'|" "$agent" >"$fake/agent"
 chmod 755 "$fake/agent"
 echo "Stored text." >"$fake/description"
 declare -A code
