@@ -48,36 +48,24 @@ TEST_F(Terminal, FailingRunsGiveOneReasonOnATerminalAndNothingOnAPipe) {
     int status;
     std::string shown;
   } cases[] = {
-      {{},
-       false,
-       4,
-       "vyrvip: no mode given: --active, --deactive, --add, --del, --dactive, --ddeactive or "
-       "--test (status 4)\n" +
-           kUsage},
+      // clang-format off
+      {{}, false, 4, "vyrvip: no mode given: --active, --deactive, --add, --del, --dactive, "
+                     "--ddeactive or --test (status 4)\n" + kUsage},
       {{"--active", "-r", "vipT", "-g", "grpT"}, true, 5, "vyrvip: not run as root (status 5)\n"},
       {{"--test", "good"}, true, 1, "vyrvip: not run as root (status 1)\n"},
-      {{"--active", "-r", "vipT"},
-       false,
-       4,
+      {{"--active", "-r", "vipT"}, false, 4,
        "vyrvip: Option was invalid. (status 4" + details + kUsage},
-      {{"--add", "-i", "lo", "-r", "vipT"},
-       false,
-       4,
+      {{"--add", "-i", "lo", "-r", "vipT"}, false, 4,
        "vyrvip: invalid command line (status 4" + details + kUsage},
-      {{"--add", "-a", "192.0.2.5/33", "-i", "lo"},
-       false,
-       31,
+      {{"--add", "-a", "192.0.2.5/33", "-i", "lo"}, false, 31,
        "vyrvip: invalid prefix length (status 31" + details},
-      {{"--active", "-r", "vipT", "-g", "grpT"},
-       false,
-       9,
+      {{"--active", "-r", "vipT", "-g", "grpT"}, false, 9,
        "vyrvip: Internal error. (status=9) (status 9" + details},
-      {{"--test", "nosuch"},
-       false,
-       1,
+      {{"--test", "nosuch"}, false, 1,
        "vyrvip: the configuration check failed (status 1; verdict in " + check_ + ", details in " +
-           trace_ + ")\n"},
+       trace_ + ")\n"},
       {{"--test", "good"}, false, 0, ""},
+      // clang-format on
   };
   // With the cluster's tables up, a run that wrote no description stores "Success.".
   const std::string vyrctl = VYR_BINARY_DIR "/platform/vyrctl/vyrctl";
