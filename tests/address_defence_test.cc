@@ -207,7 +207,7 @@ TEST_F(Defence, DadPassesForAFreeAddress) {
        .params = OnVa0("2001:db8::42/64", kNoProbe + "<dad><timeout>8000</timeout><probe>200</probe></dad>"),
        .desc = "Success.", .shown = "2001:db8::42/64", .log = "vip_dad_probe(2001:db8::42) OK."}});
   // clang-format on
-  EXPECT_FALSE(Contains(AgentAddrs("-6"), "tentative")) << AgentAddrs("-6");
+  EXPECT_FALSE(Contains(Addrs("-6"), "tentative")) << Addrs("-6");
 }
 
 // The advertisements the peer catches, byte by byte, and its neighbour entry

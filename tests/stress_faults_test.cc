@@ -74,8 +74,8 @@ TEST_F(StressFaults, AgentKilledInsideTheCriticalSectionDoesNotBlockTheNext) {
   ASSERT_EQ(0, env_.Vyrvip(pair_->agent(), "--active -r vip11 -g grp1", nullptr, 30))
       << "the killed agent gave the section back:\n"
       << env_.Log();
-  EXPECT_TRUE(Contains(AgentAddrs(), "inet 192.0.2.11/24")) << AgentAddrs();
-  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.10/")) << "the killed agent added nothing";
+  EXPECT_TRUE(Contains(Addrs("-4"), "inet 192.0.2.11/24")) << Addrs("-4");
+  EXPECT_FALSE(Contains(Addrs("-4"), "192.0.2.10/")) << "the killed agent added nothing";
 }
 
 // 23 after the configured second, within three times it, and the tool ended.
@@ -98,7 +98,7 @@ TEST_F(StressFaults, HangingInterfaceToolTimesOutWithoutLeavingItBehind) {
   std::string left;  // the bracket keeps pgrep's own shell from matching
   vyrtest::Sh("pgrep -af '" + bin_ + "[/]'", &left);
   EXPECT_EQ("", left) << "the tool was ended with the run";
-  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.12/"));
+  EXPECT_FALSE(Contains(Addrs("-4"), "192.0.2.12/"));
 }
 
 // A ping command whose whole process group dies by SIGSEGV, as a crash or an
@@ -111,7 +111,7 @@ TEST_F(StressFaults, PingCommandKilledBySignalEndsWithEleven) {
   EXPECT_EQ(11, Run("--active -r vip13 -g grp1")) << env_.Log();
   EXPECT_EQ("Internal error. (status=11)", env_.Description("grp1", "vip13"));
   EXPECT_TRUE(Contains(env_.Log(), "ping to 192.0.2.13 failed (before system()).")) << env_.Log();
-  EXPECT_FALSE(Contains(AgentAddrs(), "192.0.2.13/"));
+  EXPECT_FALSE(Contains(Addrs("-4"), "192.0.2.13/"));
 }
 
 // A configuration that vanishes or is cut short between runs:
@@ -131,7 +131,7 @@ TEST_F(StressFaults, VanishedOrTruncatedConfigurationGivesAClearStatus) {
     std::string out;
     EXPECT_EQ(7, env_.Vyrvip(pair_->agent(), "--deactive -r vip14 -g grp1", &out)) << c.reason;
     EXPECT_TRUE(Contains(out, c.reason)) << out;
-    EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.14/24")) << "nothing was changed";
+    EXPECT_TRUE(Contains(Addrs("-4"), "192.0.2.14/24")) << "nothing was changed";
   }
 }
 
@@ -159,11 +159,11 @@ TEST_F(StressAgents, ThirtyTwoAgentsTwentyRoundsLeaveNothingBehind) {
     EXPECT_EQ(run_all("--active"), std::vector<int>(kAgents, 0)) << env_.Log();
     std::string aliases;  // different ones, one per address
     pair_->InAgent("ip -o addr show dev va0 | grep -o 'va0:[0-9]*' | sort -u | wc -l", &aliases);
-    EXPECT_EQ("32\n", aliases) << AgentAddrs();
+    EXPECT_EQ("32\n", aliases) << Addrs("-4");
 
     EXPECT_EQ(run_all("--deactive"), std::vector<int>(kAgents, 0)) << env_.Log();
-    EXPECT_FALSE(Contains(AgentAddrs(), "va0:")) << AgentAddrs();
-    EXPECT_TRUE(Contains(AgentAddrs(), "inet 192.0.2.1/24")) << "the own address stays";
+    EXPECT_FALSE(Contains(Addrs("-4"), "va0:")) << Addrs("-4");
+    EXPECT_TRUE(Contains(Addrs("-4"), "inet 192.0.2.1/24")) << "the own address stays";
     std::string left;  // the bracket keeps pgrep's own shell from matching
     vyrtest::Sh("pgrep -af '" + env_.prefix() + "/bin[/]'", &left);
     EXPECT_EQ("", left) << "no process left";

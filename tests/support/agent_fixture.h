@@ -131,12 +131,6 @@ class AgentE2E : public NetnsTest {
     ASSERT_EQ(0, env_.Ctl("start"));
   }
 
-  std::string AgentAddrs(const char* family = "-4") const {
-    std::string out;
-    pair_->InAgent(std::string("ip ") + family + " addr show dev va0", &out);
-    return out;
-  }
-
   int Run(const std::string& args) const { return env_.Vyrvip(pair_->agent(), args); }
 
   // Writes one configuration with the steps' resources, then runs the steps
@@ -165,7 +159,7 @@ class AgentE2E : public NetnsTest {
       if (s.desc[0]) {
         EXPECT_EQ(s.desc, env_.Description("g", s.rsc));
       }
-      const std::string addrs = AgentAddrs("");
+      const std::string addrs = Addrs();
       if (s.shown[0]) {
         EXPECT_TRUE(Contains(addrs, s.shown)) << s.shown << " in\n" << addrs;
       }

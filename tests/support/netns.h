@@ -116,6 +116,16 @@ class NetnsTest : public ::testing::Test {
     if (!pair_) GTEST_SKIP() << "network namespaces: " << why;
   }
 
+  // One line per address of va0 (`ip -o`), family "-4", "-6" or "" for both.
+  std::string Addrs(const char* family = "") const {
+    std::string out;
+    pair_->InAgent(std::string("ip -o ") + family + " addr show dev va0", &out);
+    return out;
+  }
+  bool HasAddr(const char* family, const std::string& text) const {
+    return Addrs(family).find(text) != std::string::npos;
+  }
+
   std::unique_ptr<NetnsPair> pair_;
 };
 

@@ -74,16 +74,6 @@ class AgentNetnsTest : public NetnsTest {
   // The thread leaves the namespaces (inside_ goes first) with the fixture.
   void TearDown() override { ipv6flag = 0; }
 
-  // One line per address of va0 (`ip -o`), family "-4" or "-6".
-  std::string Addrs(const char* family) const {
-    std::string out;
-    pair_->InAgent(std::string("ip -o ") + family + " addr show dev va0", &out);
-    return out;
-  }
-  bool HasAddr(const char* family, const std::string& text) const {
-    return Addrs(family).find(text) != std::string::npos;
-  }
-
   std::unique_ptr<ScopedNetns> inside_;
 };
 
