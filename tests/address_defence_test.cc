@@ -1,14 +1,23 @@
 // Defending the address, in a private pair of namespaces: the probes on the
 // link before an activation, alone and end to end, the kernel's DAD verdict
-// and the unsolicited Neighbor Advertisements after an IPv6 one.
+// and the unsolicited Neighbor Advertisements after an IPv6 one, the
+// announcements in the background, and the short critical section.
 #include <arpa/inet.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,6 +25,7 @@
 #include "support/agent_fixture.h"
 #include "support/frames.h"
 #include "support/netns_fixture.h"
+#include "unique_fd.h"
 #include "vip/defence/arp_probe.h"
 #include "vip/defence/claim_watch.h"
 
@@ -27,6 +37,9 @@ using vyrtest::kNoProbe;
 using vyrtest::OnVa0;
 
 using Defence = AgentE2E;
+using vyrtest::kNoArp;
+using vyrtest::kNoPingCheck;
+using vyrtest::Sh;
 using Clock = std::chrono::steady_clock;
 
 // One probe of `addr` on va0 from the test thread (in the agent's namespace):
@@ -256,6 +269,180 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   ASSERT_EQ(frames.size(), 2u) << dump;
   for (const auto& frame : frames) {
     EXPECT_EQ(frame, vyrtest::NeighborAdvert(mac, linklocal, "2001:db8::50")) << dump;
+  }
+}
+
+// The announcements of one address as the peer's vb0 receives them (ARP
+// frames or Neighbor Advertisements with the address as sender or target),
+// with their arrival times.
+class PeerCatch {
+ public:
+  PeerCatch(const vyrtest::NetnsPair& pair, bool ipv6, const char* addr) : ipv6_(ipv6) {
+    inet_pton(ipv6 ? AF_INET6 : AF_INET, addr, addr_);
+    const uint16_t type = ipv6 ? ETH_P_IPV6 : ETH_P_ARP;
+    vyrtest::ScopedNetns peer(pair.peer());
+    sock_.reset(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(type)));
+    sockaddr_ll where{};
+    where.sll_family = AF_PACKET;
+    where.sll_protocol = htons(type);
+    where.sll_ifindex = static_cast<int>(if_nametoindex("vb0"));
+    ok_ = peer.ok() && ::bind(sock_.get(), reinterpret_cast<const sockaddr*>(&where),
+                              sizeof where) == 0;
+    timeval stamp{};
+    ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);  // from now on frames are stamped on arrival
+  }
+  bool ok() const { return ok_; }
+
+  // Takes in what has arrived, waiting at most `limit` for `count` frames
+  // in all.
+  std::size_t WaitFor(std::size_t count, std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    do {
+      unsigned char buf[256];
+      ssize_t n;
+      while ((n = ::recv(sock_.get(), buf, sizeof buf, MSG_DONTWAIT)) > 0) {
+        if (!Ours(buf, static_cast<std::size_t>(n))) continue;
+        timeval stamp{};
+        ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);
+        times.push_back(static_cast<double>(stamp.tv_sec) + static_cast<double>(stamp.tv_usec) / 1e6);
+      }
+      if (times.size() >= count) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    } while (std::chrono::steady_clock::now() < deadline);
+    return times.size();
+  }
+
+  std::vector<double> times;  // arrival, seconds of the wall clock
+
+ private:
+  bool Ours(const unsigned char* f, std::size_t n) const {
+    if (ipv6_) return n >= 78 && f[20] == 58 && f[54] == 136 && std::memcmp(f + 62, addr_, 16) == 0;
+    return n >= 42 && std::memcmp(f + 28, addr_, 4) == 0 && std::memcmp(f + 38, addr_, 4) == 0;
+  }
+  bool ipv6_;
+  unsigned char addr_[16] = {};
+  vyr::UniqueFd sock_;
+  bool ok_ = false;
+};
+
+double WallClock() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::string Arp(int frames, int interval_ms, int background) {
+  return "<arp><retry>" + std::to_string(frames) + "</retry><interval>" +
+         std::to_string(interval_ms) + "</interval><background>" + std::to_string(background) +
+         "</background></arp>";
+}
+
+class Announcer : public AgentE2E {
+ protected:
+  void TearDown() override {
+    // Whatever a failed test left running in the namespace goes with it.
+    if (pair_) Sh("for p in $(ip netns pids " + pair_->agent() + "); do kill -9 $p; done");
+  }
+
+  // Announcers running in the agent's namespace (not counting the dead).
+  int Running() const {
+    std::string out;
+    Sh("for p in $(ip netns pids " + pair_->agent() +
+           "); do cat /proc/$p/stat 2>/dev/null; echo; done | grep -c '(vyrannounce) [^Z]'",
+       &out);
+    return std::atoi(out.c_str());
+  }
+  bool RunningBecomes(int want) const {
+    for (int i = 0; i < 250 && Running() != want; ++i) usleep(20000);
+    return Running() == want;
+  }
+  std::string PidFile(const char* addr) const { return env_.dir() + "/run/announce-" + addr + ".pid"; }
+  static bool Exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
+};
+
+// In the background the first frame is on the wire when start returns and
+// the rest follow at the interval from a detached announcer, which ends on
+// its own after the last one; deactivation ends a running one before it
+// returns, and one whose address vanished ends at its next frame. The same
+// for the advertisements of an IPv6 address.
+TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
+  PeerCatch arp(*pair_, false, "192.0.2.80");
+  PeerCatch longer(*pair_, false, "192.0.2.81");
+  PeerCatch na(*pair_, true, "2001:db8::60");
+  ASSERT_TRUE(arp.ok() && longer.ok() && na.ok());
+  const std::string quiet = kNoProbe + kNoPingCheck;
+  env_.WriteConfig(
+      vyrtest::Resource("bg", OnVa0("192.0.2.80/24", quiet + Arp(8, 200, 1))) +
+          vyrtest::Resource("long", OnVa0("192.0.2.81/24", quiet + Arp(100, 200, 1))) +
+          vyrtest::Resource("v6", OnVa0("2001:db8::60/64", quiet + Arp(1, 200, 1) +
+                                                            "<na><retry>100</retry></na>")),
+      vyrtest::kCommon);
+
+  ASSERT_EQ(0, Run("--active -r bg -g g")) << env_.Log();
+  const double returned = WallClock();
+  EXPECT_TRUE(Contains(env_.Log(), "announcer ")) << env_.Log();
+  ASSERT_EQ(arp.WaitFor(8, std::chrono::seconds(20)), 8u);
+  EXPECT_LT(arp.times.front(), returned);
+  EXPECT_GT(arp.times.back(), returned);
+  for (std::size_t i = 1; i < arp.times.size(); ++i) {
+    EXPECT_GT(arp.times[i] - arp.times[i - 1], 0.15) << "frame " << i;
+  }
+  EXPECT_TRUE(RunningBecomes(0));
+  EXPECT_FALSE(Exists(PidFile("192.0.2.80")));
+
+  ASSERT_EQ(0, Run("--active -r long -g g")) << env_.Log();
+  EXPECT_EQ(1, Running());
+  // It holds nothing of the run's: its standard streams on /dev/null, and
+  // its packet socket.
+  std::string fds;
+  Sh("cd /proc/$(cut -d' ' -f1 '" + PidFile("192.0.2.81") + "')/fd && for f in *; do readlink $f; done",
+     &fds);
+  EXPECT_EQ(fds.substr(0, 30), "/dev/null\n/dev/null\n/dev/null\n") << fds;
+  EXPECT_EQ(std::count(fds.begin(), fds.end(), '\n'), 4) << fds;
+  ASSERT_EQ(0, Run("--deactive -r long -g g")) << env_.Log();
+  EXPECT_EQ(0, Running());
+  EXPECT_FALSE(Exists(PidFile("192.0.2.81")));
+  const std::size_t sent = longer.WaitFor(1000, std::chrono::milliseconds(700));
+  EXPECT_GE(sent, 1u);
+  EXPECT_EQ(longer.WaitFor(1000, std::chrono::milliseconds(700)), sent) << "sent after the stop";
+
+  ASSERT_EQ(0, Run("--active -r long -g g")) << env_.Log();
+  EXPECT_EQ(1, Running());
+  ASSERT_EQ(0, pair_->InAgent("ip addr del 192.0.2.81/24 dev va0"));
+  EXPECT_TRUE(RunningBecomes(0));
+  EXPECT_FALSE(Exists(PidFile("192.0.2.81")));
+
+  ASSERT_EQ(0, Run("--active -r v6 -g g")) << env_.Log();
+  const double v6_returned = WallClock();
+  EXPECT_EQ(1, Running());
+  ASSERT_GE(na.WaitFor(2, std::chrono::seconds(5)), 2u);
+  EXPECT_LT(na.times.front(), v6_returned);
+  ASSERT_EQ(0, Run("--deactive -r v6 -g g")) << env_.Log();
+  EXPECT_EQ(0, Running());
+  EXPECT_FALSE(Exists(PidFile("2001:db8::60")));
+}
+
+// With lock/short a start whose announcements still run in the foreground
+// has left the critical section: another address's start finishes before
+// the last frame. Without it, the other start waits for the whole
+// announcement.
+TEST_F(Announcer, ShortLockLetsAnotherStartPass) {
+  for (const int lockshort : {1, 0}) {
+    SCOPED_TRACE("lock/short " + std::to_string(lockshort));
+    PeerCatch frames(*pair_, false, "192.0.2.90");
+    ASSERT_TRUE(frames.ok());
+    const std::string lock = "<lock><short>" + std::to_string(lockshort) + "</short></lock>";
+    env_.WriteConfig(
+        vyrtest::Resource("slow", OnVa0("192.0.2.90/24", kNoProbe + Arp(9, 500, 0) + lock)) +
+            vyrtest::Resource("quick", OnVa0("192.0.2.91/24", kNoProbe + kNoArp + lock)),
+        vyrtest::kCommon);
+    auto slow = std::async(std::launch::async, [this] { return Run("--active -r slow -g g"); });
+    ASSERT_EQ(frames.WaitFor(1, std::chrono::seconds(20)), 1u);
+    EXPECT_EQ(0, Run("--active -r quick -g g")) << env_.Log();
+    const double quick_returned = WallClock();
+    EXPECT_EQ(0, slow.get());
+    ASSERT_EQ(frames.WaitFor(9, std::chrono::seconds(5)), 9u);
+    EXPECT_EQ(quick_returned < frames.times.back(), lockshort == 1);
+    EXPECT_TRUE(Contains(AgentAddrs(), "192.0.2.91/24"));
+    pair_->InAgent("ip addr del 192.0.2.90/24 dev va0; ip addr del 192.0.2.91/24 dev va0");
   }
 }
 

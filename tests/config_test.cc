@@ -78,9 +78,10 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
       "ping       = cmd:bin/vyrping,to:1,rty:0,itv:1,frc:0,nps:0|arp        = cmd:arp,num:1,"
       "opcode:1|";
   // Activation alone reads the settings that defend the address.
-  const std::string defence = "defence    = na:0,dad:0,arpprobe:0,dadprobe:0|";
+  const std::string defence =
+      "defence    = na:0,dad:0,arpprobe:0,dadprobe:0|announce   = itv:0,bg:0|";
   const std::string ipaddr = "ipaddr     = netlink:0,nodad:0|";
-  const std::string ifconfig = ipaddr + "ifconfig   = cmd:ifconfig,to:60|";
+  const std::string ifconfig = "lock       = short:0|" + ipaddr + "ifconfig   = cmd:ifconfig,to:60|";
   const std::string chk =
       "chk ifconf = exec:1,rty:3,itv:1,err:0|chk ping   = exec:1,rty:3,itv:1,err:0|";
   const std::string va0 = "isMiiw=0|ip:192.0.2.10, mask:255.255.255.0, ifname:va0|24 0 0 0 ";
@@ -100,12 +101,12 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
       {example, kBare, 1, 0, act + ifconfig + chk + eth},
       {"agent-full.xml", kShipped, 0, 0,
        "ping       = cmd:bin/myping,to:5,rty:4,itv:2,frc:1,nps:1|" + arp +
-           "defence    = na:3,dad:2000,arpprobe:1000,dadprobe:200|ipaddr     = netlink:1,nodad:1|" +
-           tools + v6 +
-           "1 1 1 /opt/vyrtest"},
+           "defence    = na:3,dad:2000,arpprobe:1000,dadprobe:200|announce   = itv:200,bg:1|"
+           "lock       = short:1|ipaddr     = netlink:1,nodad:1|" +
+           tools + v6 + "1 1 1 /opt/vyrtest"},
       {"agent-full.xml", kShipped, 1, 0,
        "ping       = cmd:bin/myping,to:1,rty:0,itv:1,frc:0,nps:2|" + arp +
-           "ipaddr     = netlink:1,nodad:0|" + tools +
+           "lock       = short:1|ipaddr     = netlink:1,nodad:0|" + tools +
            "chk ifconf = exec:0,rty:6,itv:4,err:1|chk ping   = exec:0,rty:8,itv:9,err:1|" + v6 +
            "0 1 0 /opt/vyrtest"},
       {"agent-nopath.xml", kShipped, 0, 0, act + defence + ifconfig + va0 + "/opt/vyrcluster"},

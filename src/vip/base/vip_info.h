@@ -50,4 +50,8 @@ typedef struct _VIP_INFO {
   // IsIfconfig chooses.
   int ipaddrnetlink;  // 1: list through the kernel, add and remove through rtnetlink
   int ipaddrnodad;    // 1: an IPv6 address is added without the kernel's DAD
+  // Speed of the sequences; 0 (the default) keeps each as it always was.
+  int lockshort;      // 1: the critical section ends with the address change (and link check)
+  int arpinterval;    // ms between announcement frames; 0: one second
+  int arpbackground;  // 1: frames after the first from a detached announcer
 } VIP_INFO, *PVIP_INFO;

@@ -1,6 +1,7 @@
 // Check mode for the settings that defend the address: the advertisement
-// count, the DAD wait and the times of the ARP probe and of the agent's own
-// duplicate detection. Each is optional (a missing
+// count, the DAD wait, the times of the ARP probe and of the agent's own
+// duplicate detection, the announcements' pace and the short critical
+// section. Each is optional (a missing
 // one keeps its default of 0 and is no finding); one that is set must be a
 // number inside the range the resource type's policy gives it.
 #include <cstdio>
@@ -21,6 +22,9 @@ constexpr numeric_param kDefence[] = {
     {"DAD Timeout", "/root/resource/vip@%s/parameters/dad/timeout", "5"},
     {"ARP Probe Timeout", "/root/resource/vip@%s/parameters/arpprobe/timeout", "6"},
     {"DAD Probe", "/root/resource/vip@%s/parameters/dad/probe", "7"},
+    {"ARP Interval", "/root/resource/vip@%s/parameters/arp/interval", "8"},
+    {"ARP Background", "/root/resource/vip@%s/parameters/arp/background", "9"},
+    {"Short Lock", "/root/resource/vip@%s/parameters/lock/short", "10"},
 };
 // The number the out-of-range lines carry, as for every numeric check.
 constexpr int kRangeErrorId = 4;

@@ -20,7 +20,7 @@ constexpr uint32_t kOverride = 0x20000000;
 constexpr uint8_t kTargetLinkLayer = 2;
 constexpr uint16_t kPayloadLen = 32;
 
-int SendNa(const vdevinfo* vdev, int num) {
+int SendNa(const vdevinfo* vdev, int num, const vyr::AnnouncePace& pace) {
   const char* device = vdev->vdevname[0] != '\0' ? vdev->vdevname : vdev->ifname;
   vyr::UniqueFd sock = vyr::OpenPacketSocket();
   if (!sock) {
@@ -40,12 +40,14 @@ int SendNa(const vdevinfo* vdev, int num) {
   }
   na_frame frame;
   vip_fill_na_frame(mac, source, vdev->nipel6.addr, &frame);
-  for (int i = 0; i < num; ++i) {
-    if (!vyr::SendFrame(sock.get(), ifindex, &frame, sizeof frame)) {
-      TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
-      return vyr::Fail(vyr::kRawSendFailed);
-    }
-    ::sleep(1);
+  vyr::AnnounceTarget target;
+  target.ifindex = ifindex;
+  target.device = device;
+  target.ipv6 = true;
+  target.v6 = vdev->nipel6.addr;
+  if (vyr::SendAnnouncements(sock.get(), target, &frame, sizeof frame, num, pace) != 0) {
+    TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
+    return vyr::Fail(vyr::kRawSendFailed);
   }
   return 0;
 }
@@ -75,9 +77,9 @@ void vip_fill_na_frame(const unsigned char* mac, const struct in6_addr& source,
   frame->icmp_cksum = htons(vyr::Icmpv6Checksum(frame->ip_src, frame->ip_dst, message, kPayloadLen));
 }
 
-int vip_send_na(const struct vdevinfo* vdev, int num) {
+int vip_send_na(const struct vdevinfo* vdev, int num, const vyr::AnnouncePace& pace) {
   TRACE(TRACE_DETAIL, "vip_send_na()  ENTRY...");
-  int ret = num > 0 ? SendNa(vdev, num) : 0;
+  int ret = num > 0 ? SendNa(vdev, num, pace) : 0;
   TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;
 }

@@ -3,7 +3,7 @@
 // address, as gratuitous ARP does for IPv4.
 //
 // Main thread. Blocks about `num` seconds: one advertisement, then one
-// second of sleep, `num` times.
+// second of sleep, `num` times, unless paced otherwise (see announce.h).
 #pragma once
 
 #include <netinet/in.h>
@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "nicCommon/addrinfo.h"
+#include "vip/defence/announce.h"
 
 // The frame as it goes on the wire: Ethernet header, IPv6 header, the
 // advertisement with its Target Link-Layer Address option. Numbers in network
@@ -45,4 +46,4 @@ void vip_fill_na_frame(const unsigned char* mac, const struct in6_addr& source,
 // that carries it (vdevname when set, else ifname). 0, or 19 (socket),
 // 20 (interface index, MAC or link-local address), 21 (send); advertisements
 // sent before a failure stay sent.
-int vip_send_na(const struct vdevinfo* vdev, int num);
+int vip_send_na(const struct vdevinfo* vdev, int num, const vyr::AnnouncePace& pace = {});

@@ -13,6 +13,7 @@
 
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
+#include "vip/defence/announce.h"
 #include "vip/defence/raw_link.h"
 #include "vip/base/status.h"
 
@@ -28,21 +29,7 @@ constexpr uint16_t kHwTypeEthernet = 1;
 // queued on it.
 constexpr uint16_t kSocketProtocol = 0x8035;
 
-// The announcement's failures (the raw-frame statuses) are described, but
-// never fail the run.
-int SendFrames(const vyr::UniqueFd& sock, const arp_packet& pkt, const sockaddr_ll& to, int num) {
-  for (int i = 0; i < num; ++i) {
-    if (::sendto(sock.get(), &pkt, sizeof pkt, 0, reinterpret_cast<const sockaddr*>(&to),
-                 sizeof to) < 0) {
-      ARP_TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
-      return vyr::Fail(vyr::kRawSendFailed);
-    }
-    ::sleep(1);
-  }
-  return 0;
-}
-
-int SendArp(const vdevinfo* vdev, int num, int opcode) {
+int SendArp(const vdevinfo* vdev, int num, int opcode, const vyr::AnnouncePace& pace) {
   vyr::UniqueFd sock(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(kSocketProtocol)));
   if (!sock.valid()) {
     ARP_TRACE(TRACE_ERROR, "socket() failed. (sock=%d)", sock.get());
@@ -57,9 +44,17 @@ int SendArp(const vdevinfo* vdev, int num, int opcode) {
     ARP_TRACE(TRACE_ERROR, "ioctl(%d SIOCGIFINDEX) failed. (errno=%d)", sock.get(), errno);
     return vyr::Fail(vyr::kRawNoInterface);
   }
-  sockaddr_ll to{};
-  to.sll_ifindex = ifr.ifr_ifindex;
-  return SendFrames(sock, pkt, to, num);
+  vyr::AnnounceTarget target;
+  target.ifindex = static_cast<unsigned>(ifr.ifr_ifindex);
+  target.device = vdev->ifname;
+  target.v4 = vdev->nipel.addr;
+  if (vyr::SendAnnouncements(sock.get(), target, &pkt, sizeof pkt, num, pace) != 0) {
+    // Frames sent before stay sent; the announcement's failure is described
+    // but never fails the run.
+    ARP_TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
+    return vyr::Fail(vyr::kRawSendFailed);
+  }
+  return 0;
 }
 
 }  // namespace
@@ -80,9 +75,9 @@ void vip_fill_arp_packet(const struct vdevinfo* vdev, int opcode, struct arp_pac
   std::memcpy(pkt->rcpt_ip_addr, &vdev->nipel.addr, 4);
 }
 
-int vip_send_arp(struct vdevinfo* vdev, int num, int opcode) {
+int vip_send_arp(struct vdevinfo* vdev, int num, int opcode, const vyr::AnnouncePace& pace) {
   ARP_TRACE(TRACE_DETAIL, "vip_send_arp()  ENTRY...");
-  int ret = SendArp(vdev, num, opcode);
+  int ret = SendArp(vdev, num, opcode, pace);
   ARP_TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;
 }

@@ -1,12 +1,15 @@
 // Gratuitous ARP announcement of an added IPv4 address.
 //
 // Main thread. Blocks about `num` seconds: one frame, then one second of
-// sleep, `num` times.
+// sleep, `num` times; a pace in milliseconds puts that much between frames
+// (nothing after the last), and in the background only the first frame is
+// sent before the call returns (see announce.h).
 #pragma once
 
 #include <cstdint>
 
 #include "nicCommon/addrinfo.h"
+#include "vip/defence/announce.h"
 
 // The frame as it goes on the wire: Ethernet header, ARP for IPv4 over
 // Ethernet, zero padding up to the 60-byte minimum. Numbers in network order.
@@ -33,4 +36,4 @@ void vip_fill_arp_packet(const struct vdevinfo* vdev, int opcode, struct arp_pac
 // Sends `num` frames with operation `opcode` (low 16 bits) out of the
 // record's ifname (not vdevname). 0, or 19 (socket), 20 (interface index),
 // 21 (send); frames sent before a failure stay sent.
-int vip_send_arp(struct vdevinfo* vdev, int num, int opcode);
+int vip_send_arp(struct vdevinfo* vdev, int num, int opcode, const vyr::AnnouncePace& pace = {});

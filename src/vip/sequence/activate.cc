@@ -11,6 +11,7 @@
 #include "nicCommon/addrinfo.h"
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
+#include "vip/defence/announce.h"
 #include "vip/defence/arp.h"
 #include "vip/defence/arp_probe.h"
 #include "vip/defence/dad_wait.h"
@@ -141,9 +142,10 @@ int CheckLink(VIP_INFO* info, vdevinfo* vdev) {
   return status;
 }
 
-// Everything that happens inside the critical section.
-int ActivateLocked(VIP_INFO* info) {
-  vdevinfo vdev{};
+// Inside the critical section: the listing, the duplicate test, the device
+// choice, the change itself and the link check. Leaves the device record
+// filled for the announcement.
+int ActivateLocked(VIP_INFO* info, vdevinfo* vdev) {
   vyr::AddrList list;
   int num = 0;
   int ret = vyr::ListAddresses(info->ifconfcmd, info->ifconftout, &list, &num);
@@ -157,38 +159,41 @@ int ActivateLocked(VIP_INFO* info) {
     return vyr::Fail(vyr::status::kNoAddress, "IP address did not exist.");
   }
 
-  FillDeviceRecord(info, &vdev);
+  FillDeviceRecord(info, vdev);
   if (vyr::FindAddress(list.get(), num, vyr::ToNetAddress(info->addr, ipv6flag != 0)) >= 0) {
     TRACE(TRACE_ERROR, "Already used %s.", info->addr);
     return vyr::Fail(vyr::status::kInUse, "This ip address was already used.  IP=%s", info->addr);
   }
 
-  ret = vip_crt_vdevinfo(list.get(), num, &vdev);
+  ret = vip_crt_vdevinfo(list.get(), num, vdev);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "vip_crt_vdevinfo() failed. (ret=%d)", ret);
     return ret;
   }
   TRACE(TRACE_DETAIL, "vip_crt_vdevinfo() succeeded.");
-  ret = vip_act_ipaddr(&vdev, info->ifconfcmd, info->ifconftout);
+  ret = vip_act_ipaddr(vdev, info->ifconfcmd, info->ifconftout);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "vip_act_ipaddr() failed. (ret=%d)", ret);
     return ret;
   }
   TRACE(TRACE_DETAIL, "vip_act_ipaddr() succeeded.");
 
-  if (info->isMiiw != 0) {
-    ret = CheckLink(info, &vdev);
-    if (ret != 0) return ret;
-  }
+  if (info->isMiiw != 0) return CheckLink(info, vdev);
+  return 0;
+}
 
+// After the address is up: the kernel's DAD verdict for IPv6, then the
+// gratuitous ARP frames or the Neighbor Advertisements. Inside the critical
+// section unless lock/short lets it go first.
+int Announce(VIP_INFO* info, vdevinfo* vdev) {
   bool announce = false;
   if (ipv6flag) {
-    ret = vip_dad_check(info, &vdev, &announce);
+    int ret = vip_dad_check(info, vdev, &announce);
     if (ret != 0) return ret;
   }
-
+  const vyr::AnnouncePace pace{info->arpinterval, info->arpbackground != 0};
   if (info->arpnum != 0 && !ipv6flag) {
-    ret = vip_send_arp(&vdev, info->arpnum, info->arpopcode);
+    int ret = vip_send_arp(vdev, info->arpnum, info->arpopcode, pace);
     if (ret != 0) {
       TRACE(TRACE_WARNING, "vip_send_arp() failed. (ret=%d)", ret);
     } else {
@@ -196,7 +201,7 @@ int ActivateLocked(VIP_INFO* info) {
     }
   }
   if (announce) {
-    ret = vip_send_na(&vdev, info->nanum);
+    int ret = vip_send_na(vdev, info->nanum, pace);
     if (ret != 0) {
       TRACE(TRACE_WARNING, "vip_send_na() failed. (ret=%d)", ret);
     } else {
@@ -216,8 +221,13 @@ int vip_start_act(VIP_INFO* pvipinfo) {
     return ret;
   }
   {
+    vdevinfo vdev{};
     vyr::IfconfigCriticalSection section;
-    ret = ActivateLocked(pvipinfo);
+    ret = ActivateLocked(pvipinfo, &vdev);
+    if (ret == 0) {
+      if (pvipinfo->lockshort != 0) section.Leave();
+      ret = Announce(pvipinfo, &vdev);
+    }
   }
   TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;

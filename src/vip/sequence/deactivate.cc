@@ -9,18 +9,20 @@
 #include "tracersc/tracersc.h"
 #include "vip/base/globals.h"
 #include "vip/address/ipaddr_change.h"
+#include "vip/defence/announce.h"
 #include "vip/defence/ping.h"
 #include "vip/sequence/sequence_util.h"
 #include "vip/base/status.h"
 
 namespace {
 
-// The state of one deactivation run inside the critical section.
+// The state of one deactivation run.
 struct Deactivation {
   VIP_INFO* info;
   vyr::NetAddress address;
   vyr::AddrList list;
   int num = 0;
+  bool removed = false;  // the address was found and removed: confirm it
 };
 
 // Copies the entry that carries the address into the settings and the
@@ -117,8 +119,10 @@ int ConfirmByProbe(VIP_INFO* info) {
                             info->checkpierror, vyr::status::kStillAnswers);
 }
 
-int DeactivateLocked(VIP_INFO* info) {
-  Deactivation run{info, vyr::ToNetAddress(info->addr, ipv6flag != 0), {}, 0};
+// Inside the critical section: the listing, the presence test and the
+// removal.
+int RemoveLocked(Deactivation& run) {
+  VIP_INFO* info = run.info;
   int ret = vyr::ListAddresses(info->ifconfcmd, info->ifconftout, &run.list, &run.num);
   if (ret != 0) {
     TRACE(TRACE_ERROR, "vip_ifconfig_mkth() failed. (ret=%d)", ret);
@@ -145,23 +149,42 @@ int DeactivateLocked(VIP_INFO* info) {
     return ret;
   }
   TRACE(TRACE_DETAIL, "vip_deact_ipaddr() succeeded.");
+  run.removed = true;
+  return 0;
+}
 
-  if (info->checkifexec != 0) {
-    ret = ConfirmByListing(run);
+// The confirmations of a removal: inside the critical section unless
+// lock/short lets it go first.
+int ConfirmRemoval(Deactivation& run) {
+  if (run.info->checkifexec != 0) {
+    int ret = ConfirmByListing(run);
     if (ret != 0) return ret;
   }
-  if (info->checkpiexec != 0) return ConfirmByProbe(info);
+  if (run.info->checkpiexec != 0) return ConfirmByProbe(run.info);
   return 0;
+}
+
+// An announcer still sending for the address would tell the LAN it is here
+// after it has gone (perhaps to another server): it ends first.
+void EndAnnouncements(const vyr::NetAddress& address) {
+  vyr::EndAnnouncer(address.ipv6,
+                    address.ipv6 ? static_cast<const void*>(&address.v6) : &address.v4);
 }
 
 }  // namespace
 
 int vip_start_deact(VIP_INFO* pvipinfo) {
   TRACE(TRACE_DETAIL, "vip_start_deact(%p)  ENTRY...", static_cast<void*>(pvipinfo));
+  Deactivation run{pvipinfo, vyr::ToNetAddress(pvipinfo->addr, ipv6flag != 0), {}, 0};
+  EndAnnouncements(run.address);
   int ret;
   {
     vyr::IfconfigCriticalSection section;
-    ret = DeactivateLocked(pvipinfo);
+    ret = RemoveLocked(run);
+    if (ret == 0 && run.removed) {
+      if (pvipinfo->lockshort != 0) section.Leave();
+      ret = ConfirmRemoval(run);
+    }
   }
   TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;

@@ -11,7 +11,11 @@ namespace vyr {
 
 IfconfigCriticalSection::IfconfigCriticalSection() { vip_sem_entercrit_ifconfig(); }
 
-IfconfigCriticalSection::~IfconfigCriticalSection() { vip_sem_leavecrit_ifconfig(); }
+void IfconfigCriticalSection::Leave() {
+  if (!held_) return;
+  held_ = false;
+  vip_sem_leavecrit_ifconfig();
+}
 
 int ProbeNpsimuFlag(int pingnpsimu) {
   if (pingnpsimu != 0) return 0;

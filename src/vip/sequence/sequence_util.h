@@ -14,15 +14,20 @@ struct AddrListFree {
 };
 using AddrList = std::unique_ptr<ipaddrinfo[], AddrListFree>;
 
-// Holds the cluster's interface-change critical section for its lifetime.
-// Entering may fail (then the bindings skip the leave); the sequence goes on
-// either way.
+// Holds the cluster's interface-change critical section for its lifetime,
+// or until Leave(). Entering may fail (then the bindings skip the leave); the
+// sequence goes on either way.
 class IfconfigCriticalSection {
  public:
   IfconfigCriticalSection();
-  ~IfconfigCriticalSection();
+  ~IfconfigCriticalSection() { Leave(); }
+  // Leaves the section early (lock/short); later calls do nothing.
+  void Leave();
   IfconfigCriticalSection(const IfconfigCriticalSection&) = delete;
   IfconfigCriticalSection& operator=(const IfconfigCriticalSection&) = delete;
+
+ private:
+  bool held_ = true;
 };
 
 // The node's npsimu flag as the probe sees it: not read (0) when the

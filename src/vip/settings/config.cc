@@ -66,6 +66,13 @@ constexpr IntSetting kAddressChange[] = {
 constexpr IntSetting kAddressFlags[] = {
     {"ipaddr/nodad", &VIP_INFO::ipaddrnodad, 0},
 };
+constexpr IntSetting kAnnounce[] = {
+    {"arp/interval", &VIP_INFO::arpinterval, 0},
+    {"arp/background", &VIP_INFO::arpbackground, 0},
+};
+constexpr IntSetting kLock[] = {
+    {"lock/short", &VIP_INFO::lockshort, 0},
+};
 constexpr IntSetting kIfconfig[] = {
     {"ifconfig/timeout", &VIP_INFO::ifconftout, 60},
 };
@@ -163,7 +170,11 @@ void ReadSettings(VIP_INFO* info) {
     ReadInts(info, kDefence);
     TRACE(TRACE_INFO, "defence    = na:%d,dad:%d,arpprobe:%d,dadprobe:%d", info->nanum,
           info->dadtout, info->arpprobetout, info->dadprobe);
+    ReadInts(info, kAnnounce);
+    TRACE(TRACE_INFO, "announce   = itv:%d,bg:%d", info->arpinterval, info->arpbackground);
   }
+  ReadInts(info, kLock);
+  TRACE(TRACE_INFO, "lock       = short:%d", info->lockshort);
 
   ReadAddressChange(info);
 
