@@ -175,7 +175,8 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
        .code = 15, .desc = "IP address was already used.", .gone = "192.0.2.70",
        .log = "[event 10] 192.0.2.70"},
       {.mode = "--active", .rsc = "forced",
-       .params = OnVa0("192.0.2.70/24", probe + "<ping><force>1</force></ping>"), .desc = "Success.",
+       .params = OnVa0("192.0.2.70/24", probe + "<ping><force>1</force></ping>"),
+       .desc = "Success.",
        .shown = "192.0.2.70/24", .log = "force act vip(192.0.2.70)!"},
       {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0", .mode = "--active", .rsc = "free",
        .params = OnVa0("192.0.2.71/24", probe), .desc = "Success.", .shown = "192.0.2.71/24",
@@ -215,9 +216,11 @@ TEST_F(Defence, DadPassesForAFreeAddress) {
   RunSteps({
       {.mode = "--active", .rsc = "free",
        .params = OnVa0("2001:db8::41/64", "<dad><timeout>8000</timeout></dad>"), .desc = "Success.",
-       .shown = "2001:db8::41/64", .gone = "dadfailed", .log = "DAD of 2001:db8::41 on va0 passed."},
+       .shown = "2001:db8::41/64", .gone = "dadfailed",
+       .log = "DAD of 2001:db8::41 on va0 passed."},
       {.mode = "--active", .rsc = "probed",
-       .params = OnVa0("2001:db8::42/64", kNoProbe + "<dad><timeout>8000</timeout><probe>200</probe></dad>"),
+       .params = OnVa0("2001:db8::42/64",
+                       kNoProbe + "<dad><timeout>8000</timeout><probe>200</probe></dad>"),
        .desc = "Success.", .shown = "2001:db8::42/64", .log = "vip_dad_probe(2001:db8::42) OK."}});
   // clang-format on
   EXPECT_FALSE(Contains(Addrs("-6"), "tentative")) << Addrs("-6");

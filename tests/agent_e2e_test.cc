@@ -70,11 +70,13 @@ TEST_F(AgentE2E, ActivationAndDeactivation) {
       // The peer keeps answering at the address after its removal here.
       {.setup = "peer_has 192.0.2.50 && agent_has 192.0.2.50 va0:3", .mode = "--deactive",
        .rsc = "pingerr",
-       .params = OnVa0("192.0.2.50/24", "<check><ping><retry>1</retry><error>1</error></ping></check>"),
+       .params = OnVa0("192.0.2.50/24",
+                       "<check><ping><retry>1</retry><error>1</error></ping></check>"),
        .code = 25, .desc = "Internal error. (status=25)", .gone = "192.0.2.50"},
       {.setup = "peer_has 192.0.2.92 && agent_has 192.0.2.92 va0:2", .mode = "--deactive",
        .rsc = "pingok",
-       .params = OnVa0("192.0.2.92/24", "<check><ping><retry>1</retry><interval>1</interval></ping></check>"),
+       .params = OnVa0("192.0.2.92/24",
+                       "<check><ping><retry>1</retry><interval>1</interval></ping></check>"),
        .gone = "192.0.2.92", .log = "deact check ping retry count over. (ip=192.0.2.92)"},
       {.setup = "ip -n $P link set vb0 down", .mode = "--active", .rsc = "miidown",
        .params = OnVa0("192.0.2.91/24", "<monmii>1</monmii>" + kNoProbe), .code = 34,
@@ -96,19 +98,22 @@ TEST_F(AgentE2E, ThroughTheInterfaceTool) {
   RunSteps({
       {.setup = "mkdir $D/bin && cp " VYR_TESTDATA_DIR "/tools/ifconfig-older $D/bin/ifconfig",
        .mode = "--active", .rsc = "v4", .params = OnVa0("192.0.2.10/24", kQuiet),
-       .shown = "inet 192.0.2.10/24 brd 192.0.2.255 scope global secondary va0:0", .log = "system("},
+       .shown = "inet 192.0.2.10/24 brd 192.0.2.255 scope global secondary va0:0",
+       .log = "system("},
       {.mode = "--deactive", .rsc = "v4", .gone = "192.0.2.10"},
       {.mode = "--active", .rsc = "v6", .params = OnVa0("2001:db8::20/64", kQuiet),
        .shown = "inet6 2001:db8::20/64"},
       {.mode = "--deactive", .rsc = "v6", .gone = "2001:db8::20/"},
       // rtnetlink instead of the tool, for the listing too.
       {.mode = "--active", .rsc = "nl6",
-       .params = OnVa0("2001:db8::30/64", kQuiet + "<ipaddr><netlink>1</netlink><nodad>1</nodad></ipaddr>"),
+       .params = OnVa0("2001:db8::30/64",
+                       kQuiet + "<ipaddr><netlink>1</netlink><nodad>1</nodad></ipaddr>"),
        .shown = "inet6 2001:db8::30/64 scope global nodad",
        .log = "ipaddr/netlink: the kernel lists, adds and removes."},
       {.mode = "--deactive", .rsc = "nl6", .gone = "2001:db8::30/"}}, path);
-  const std::string stays = OnVa0("192.0.2.60/24", "<check><ping><execute>0</execute></ping>"
-                                                   "<ifconfig><retry>1</retry><interval>1</interval>");
+  const std::string stays =
+      OnVa0("192.0.2.60/24", "<check><ping><execute>0</execute></ping>"
+                             "<ifconfig><retry>1</retry><interval>1</interval>");
   RunSteps({
       {.setup = "agent_has 192.0.2.60 va0:4", .mode = "--deactive", .rsc = "on",
        .params = stays + "<error>1</error></ifconfig></check>", .code = 24,
