@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Turns the measurements of bench/failover into its section of bench/RESULTS.md.
 
-Arguments: results.tsv rounds started work_dir RESULTS.md token_ms. The
-section sits between the BEGIN and END markers below; the rest of the file
-is left as it is (bench/run carries the section over when it rewrites the
-file).
+Arguments: results.tsv rounds started work_dir RESULTS.md token_ms run_ms.
+The work folder holds cpu-start, cpu-end, load.txt (the load average
+sampled during the run), primitives.txt (the crm commands of each variant)
+and what bench/arp_catch wrote. The section sits between the BEGIN and END
+markers below; the rest of the file is left as it is (bench/run carries
+the section over when it rewrites the file).
 """
 import os
 import platform
@@ -15,28 +17,33 @@ from benchlib import sh, steal_percent
 
 BEGIN = "<!-- BEGIN failover: written by bench/failover -->"
 END = "<!-- END failover -->"
-results, rounds, started, work, out, token_ms = sys.argv[1:7]
+results, rounds, started, work, out, token_ms, run_ms = sys.argv[1:8]
 
 samples = {}
-variants = []
-metrics = []
 with open(results) as f:
     for line in f:
         variant, metric, ms = line.rstrip("\n").split("\t")
         samples.setdefault((variant, metric), []).append(int(ms))
-        if variant not in variants:
-            variants.append(variant)
-        if metric not in metrics:
-            metrics.append(metric)
-KNOWN = ("IPaddr2", "vyrvip", "vyrvip, stop confirmed", "vyrvip defaults")
-variants = [v for v in KNOWN if v in variants] + [v for v in variants if v not in KNOWN]
-order = [m for m in ("standby: address on the other node", "standby: client answered from its MAC",
-                     "kill: address on the other node", "kill: client answered from its MAC",
-                     "start action", "stop action") if m in metrics]
+
+ONE_V4 = ("IPaddr2", "vyrvip", "vyrvip, stop confirmed", "IPaddr2 defaults", "vyrvip defaults")
+ONE_V6 = ("IPaddr2 defaults, IPv6", "vyrvip defaults, IPv6")
+MANY = ("IPaddr2 defaults, 16 addresses", "vyrvip defaults, 16 addresses")
+SB_ADDR = "standby: address on the other node"
+SB_CLIENT = "standby: client answered from its MAC"
+KILL_ADDR = "kill: address on the other node"
+KILL_CLIENT = "kill: client answered from its MAC"
+LAST = "standby: last address on the other node"
+SETTLED = "standby: cluster settled"
+FIRST_GONE = "standby: first address gone from the old node"
+LAST_GONE = "standby: last address gone from the old node"
+FIRST_UP = "standby: first address on the other node"
+START = "start action"
+STOP = "stop action"
 
 
 def median(variant, metric):
-    return statistics.median(samples[(variant, metric)])
+    v = samples.get((variant, metric))
+    return statistics.median(v) if v else None
 
 
 def cell(variant, metric):
@@ -46,46 +53,105 @@ def cell(variant, metric):
     return "%d ms (%d-%d, n=%d)" % (statistics.median(v), min(v), max(v), len(v))
 
 
-verdicts = []
+def table(columns, metrics, header="what: median (min-max, runs)"):
+    columns = [c for c in columns if any((c, m) in samples for m in metrics)]
+    rows = ["| %s | %s |" % (header, " | ".join(columns)), "|---|" + "---|" * len(columns)]
+    for m in metrics:
+        if any((c, m) in samples for c in columns):
+            rows.append("| %s | %s |" % (m, " | ".join(cell(c, m) for c in columns)))
+    return rows
 
 
-def own_wait(variant, base, action):
-    """What the settings that tell VARIANT from BASE cost the action itself:
-    the difference of the medians of its exec-time (ms), or None."""
-    if (variant, action) in samples and (base, action) in samples:
-        return median(variant, action) - median(base, action)
-    return None
+# The targets: each a ratio of the medians of this run, vyrvip over IPaddr2,
+# both at their defaults.
+targets = []
 
 
-def extra(what, variant, base, metric, wait, why):
-    if (variant, metric) in samples and (base, metric) in samples and wait is not None:
-        ms = median(variant, metric) - median(base, metric)
-        verdicts.append((what, "<= %d ms (%s)" % (wait, why), "%d ms" % ms, ms <= wait))
+def ratio_target(what, metric, ours, theirs, limit):
+    a, b = median(ours, metric), median(theirs, metric)
+    if a is None or b is None:
+        targets.append((what, "-", "-", "-", "<= %.1fx" % limit, "not measured"))
+        return
+    r = a / max(b, 1)
+    targets.append((what, "%d ms" % b, "%d ms" % a, "%.2fx" % r, "<= %.1fx" % limit,
+                    "met" if r <= limit else "missed by %.2fx (%d ms)" % (r - limit, a - b * limit)))
 
 
-# The defaults add the probes to start (ping and ARP probe side by side, 1 s
-# each); the confirming ping adds its 1 s wait to stop. Their own cost is
-# what they add to the action that runs them, as Pacemaker timed it.
-probe_wait = own_wait("vyrvip defaults", "vyrvip, stop confirmed", "start action")
-confirm_wait = own_wait("vyrvip, stop confirmed", "vyrvip", "stop action")
+ratio_target("16 addresses, standby: last address up on the other node", LAST, MANY[1], MANY[0], 1.5)
+ratio_target("16 addresses, standby: cluster settled", SETTLED, MANY[1], MANY[0], 1.5)
+ratio_target("one IPv6 address, standby: client answered from the new node", SB_CLIENT, ONE_V6[1], ONE_V6[0], 1.0)
+ratio_target("one IPv6 address, standby: address usable on the new node", SB_ADDR, ONE_V6[1], ONE_V6[0], 1.0)
+ratio_target("one IPv4 address, standby: client answered from the new node", SB_CLIENT, "vyrvip defaults",
+             "IPaddr2 defaults", 1.5)
+ratio_target("one IPv4 address, holder SIGKILLed: client answered from the survivor", KILL_CLIENT,
+             "vyrvip defaults", "IPaddr2 defaults", 1.1)
+
+# The ARP probe against a holder that answers after a delay.
+catch = {"holder": [], "free": []}
+path = os.path.join(work, "arpcatch.tsv")
+if os.path.exists(path):
+    with open(path) as f:
+        for line in f:
+            kind, rc, ms = line.split()
+            catch[kind].append((int(rc), float(ms)))
+delays = []
+path = os.path.join(work, "holder.log")
+if os.path.exists(path):
+    with open(path) as f:
+        delays = [float(x) for x in f if x.strip()]
+refused = [ms for rc, ms in catch["holder"] if rc == 15]
+free_ok = sum(1 for rc, _ in catch["free"] if rc == 0)
+if catch["holder"]:
+    met = len(refused) == len(catch["holder"]) == 100 and free_ok == len(catch["free"])
+    targets.append(("ARP probe, 200 ms window: a holder answering ARP after 50 ms refused", "-", "-",
+                    "%d of %d" % (len(refused), len(catch["holder"])), "100 of 100", "met" if met else "missed"))
+
+# Earlier targets, like for like (probes and stop confirmation off).
+earlier = []
 for how in ("standby", "kill"):
     metric = how + ": client answered from its MAC"
-    if ("vyrvip", metric) in samples and ("IPaddr2", metric) in samples:
-        ratio = median("vyrvip", metric) / max(median("IPaddr2", metric), 1)
-        verdicts.append(("%s, client-visible: vyrvip / IPaddr2 (medians)" % how, "<= 1.0",
-                         "%.2f" % ratio, ratio <= 1.0))
-    extra("%s, client-visible: vyrvip defaults - vyrvip, stop confirmed (medians)" % how,
-          "vyrvip defaults", "vyrvip, stop confirmed", metric, probe_wait,
-          "what the probes add to the start action")
+    a, b = median("vyrvip", metric), median("IPaddr2", metric)
+    if a is not None and b is not None:
+        r = a / max(b, 1)
+        earlier.append(("%s, client-visible: vyrvip / IPaddr2, like for like (medians)" % how, "<= 1.0",
+                        "%.2f" % r, "met" if r <= 1.0 else "missed"))
+
+
+def load_figures():
+    vals = []
+    path = os.path.join(work, "load.txt")
+    if os.path.exists(path):
+        with open(path) as f:
+            vals = [float(line.split()[1]) for line in f if len(line.split()) == 2]
+    if not vals:
+        return "not sampled"
+    return "%.2f at the start, median %.2f, highest %.2f, %.2f at the end (1-minute load average " \
+           "sampled every 5 s, n=%d)" % (vals[0], statistics.median(vals), max(vals), vals[-1], len(vals))
+
 
 cpu = sh("grep -m1 'model name' /proc/cpuinfo | cut -d: -f2-").strip() or platform.processor()
 md = [BEGIN, "## Failover under Pacemaker (`bench/failover`)", ""]
-md.append("Measured by `bench/failover` on %s: %s rounds on a two-node Pacemaker 2.1.5 + "
+md.append("Measured by `bench/failover %s` on %s: %s rounds on a two-node Pacemaker 2.1.5 + "
           "Corosync 3.1.7 cluster on this machine (each node in its own namespaces, corosync "
-          "token %s ms, resource-stickiness 100, monitor every 10 s). Machine: %s, %d cores, "
-          "kernel %s; CPU time stolen by the host during the run: %.1f%%; load average at the "
-          "end: %s." % (started, rounds, token_ms, cpu, os.cpu_count(), platform.release(),
-                        steal_percent(os.path.join(work, "cpu-start"), os.path.join(work, "cpu-end")), sh("cut -d' ' -f1-3 /proc/loadavg")))
+          "token %s ms, resource-stickiness 100, monitor every 10 s); the run took %.1f min. "
+          "Machine: %s, %d cores, kernel %s; CPU time stolen by the host during the run: %.1f%%. "
+          "Load during the run: %s. Other work on the machine (builds, tests) runs beside the "
+          "bench and counts in these figures for both agents alike."
+          % (rounds, started, rounds, token_ms, int(run_ms) / 60000.0, cpu, os.cpu_count(),
+             platform.release(),
+             steal_percent(os.path.join(work, "cpu-start"), os.path.join(work, "cpu-end")),
+             load_figures()))
+md.append("")
+md.append("### Targets: vyrvip at its OCF defaults against IPaddr2 at its defaults")
+md.append("")
+md.append("Each ratio is of the medians of this run.")
+md.append("")
+md.append("| target | IPaddr2 | vyrvip | ratio | limit | verdict |")
+md.append("|---|---|---|---|---|---|")
+for row in targets:
+    md.append("| %s |" % " | ".join(row))
+md.append("")
+md.append("### One IPv4 address")
 md.append("")
 md.append("Each round moves each resource in turn (the order rotates from round to round; only "
           "the resource under test runs): `crm node standby` of the node holding it, back "
@@ -93,41 +159,77 @@ md.append("Each round moves each resource in turn (the order rotates from round 
           "restarts and rejoins. The node killed is never the cluster's designated controller "
           "(when it holds the address, the address first moves away, untimed), so the survivor "
           "never has to win an election first and every kill costs the same. Times run from "
-          "just before the `crm` command or the kill to "
+          "just before the `crm node standby` command or the kill to "
           "(a) the address's appearance on the other node, as that node's kernel reports it "
-          "(`ip monitor`), and (b) the first echo reply from the other node's MAC among the "
-          "client's pings every 50 ms; the client's neighbour entries are made to last an hour, "
-          "so only the gratuitous ARP can turn them. Start and stop are the `exec-time` "
-          "Pacemaker records for each operation.")
+          "(`ip monitor`; for IPv6 the report without the tentative flag), and (b) the first "
+          "echo reply from the other node's MAC among the client's pings every 50 ms; the "
+          "client's neighbour entries are made to last an hour, so only the gratuitous ARP (or "
+          "unsolicited Neighbor Advertisement) can turn them. Start and stop are the "
+          "`exec-time` Pacemaker records for each operation.")
 md.append("")
-md.append("\"vyrvip\" is compared with IPaddr2 like for like: what IPaddr2 does not do is "
-          "switched off, that is the duplicate probes before start (`ping_timeout=0`, "
+md.append("\"IPaddr2 defaults\" and \"vyrvip defaults\" are both agents as installed. \"vyrvip\" "
+          "is compared with \"IPaddr2\" like for like: what IPaddr2 does not do is switched off "
+          "in vyrvip, that is the duplicate probes before start (`ping_timeout=0`, "
           "`arpprobe_timeout=0`) and the ping that confirms the removal at stop "
-          "(`check_ping_execute=0`; it waits 1 s for an answer that should not come), and both "
-          "send one gratuitous ARP frame (`arp_count=1`, `arp_retry=1`). \"vyrvip, stop "
-          "confirmed\" turns the confirming ping back on; \"vyrvip defaults\" is the agent as "
-          "installed, which adds the two probes (1 s each, side by side). vyrvip's start sleeps "
-          "one second after each ARP frame, the last one included, after the address is up "
-          "and announced, so its start action lasts a second longer than the move the client "
-          "sees.")
+          "(`check_ping_execute=0`, with `check_arp_timeout=0` where the agent has that "
+          "setting), and both send one gratuitous ARP frame (`arp_count=1`, "
+          "`arp_retry=1`). \"vyrvip, stop confirmed\" turns the stop confirmation back on, "
+          "as the defaults have it.")
 md.append("")
-md.append("| what: median (min-max, runs) | " + " | ".join(variants) + " |")
-md.append("|---|" + "---|" * len(variants))
-for metric in order:
-    md.append("| %s | %s |" % (metric, " | ".join(cell(v, metric) for v in variants)))
+md += table(ONE_V4, (SB_ADDR, SB_CLIENT, KILL_ADDR, KILL_CLIENT, START, STOP))
 md.append("")
-md.append("| target | limit | measured | verdict |")
-md.append("|---|---|---|---|")
-for what, limit, measured, met in verdicts:
-    md.append("| %s | %s | %s | %s |" % (what, limit, measured, "met" if met else "missed"))
-standby = "standby: client answered from its MAC"
-if confirm_wait is not None and ("vyrvip, stop confirmed", standby) in samples \
-        and ("vyrvip", standby) in samples:
+md.append("### One IPv6 address (2001:db8::/64), moved by standby")
+md.append("")
+md += table(ONE_V6, (SB_ADDR, SB_CLIENT, START, STOP))
+md.append("")
+md.append("### 16 addresses on one node, moved by standby")
+md.append("")
+md.append("The 16 resources start on one node (the other stands by meanwhile), then that node "
+          "is put on standby. Timed to the last of the 16 addresses on the other node (its "
+          "kernel's report) and to the settled cluster: once the controller is idle "
+          "(`crmadmin -S`) and the scheduler run on the live CIB (`crm_simulate -Ls`) plans no "
+          "action, the time of the controller's last move to S_IDLE in its pacemaker log. Start and stop are each resource's own action, so 16 a round; "
+          "Pacemaker runs up to 4 actions at a time on a two-core node.")
+md.append("")
+md += table(MANY, (FIRST_GONE, LAST_GONE, FIRST_UP, LAST, SETTLED, START, STOP))
+md.append("")
+md.append("### The ARP probe against a slow holder (`bench/arp_catch`)")
+md.append("")
+if catch["holder"]:
+    md.append("Outside the cluster, in a pair of namespaces: a holder that answers each ARP "
+              "request for the address (the probes included) only 50 ms after it came "
+              "(`bench/arp_holder.py`; its kernel does not hold the address), and `vyrvip --active` "
+              "with the ARP probe alone and a 200 ms window, %d times in a row, each run waiting "
+              "out the holder's late answers to the run before; then %d control runs with the "
+              "holder stopped." % (len(catch["holder"]), len(catch["free"])))
     md.append("")
-    md.append("The confirming ping, which IPaddr2 does not have, adds %d ms to what the client "
-              "sees at standby (medians); it adds %d ms to the stop action." % (
-                  median("vyrvip, stop confirmed", standby) - median("vyrvip", standby),
-                  confirm_wait))
+    md.append("| what | measured |")
+    md.append("|---|---|")
+    md.append("| runs refused with status 15 (holder answering after 50 ms) | %d of %d |"
+              % (len(refused), len(catch["holder"])))
+    if refused:
+        md.append("| run time of a refused run: median (min-max) | %.0f ms (%.0f-%.0f) |"
+                  % (statistics.median(refused), min(refused), max(refused)))
+    if delays:
+        md.append("| the holder's delay from request to answer: median (min-max, answers) | "
+                  "%.1f ms (%.1f-%.1f, n=%d) |" % (statistics.median(delays), min(delays), max(delays),
+                                                  len(delays)))
+    md.append("| control runs with the holder stopped that added the address | %d of %d |"
+              % (free_ok, len(catch["free"])))
+    cmd = os.path.join(work, "arpcatch.cmd")
+    if os.path.exists(cmd):
+        md.append("")
+        md.append("The agent's command: `%s`." % open(cmd).read().strip())
+else:
+    md.append("Not run.")
+if earlier:
+    md.append("")
+    md.append("### Earlier targets (like for like)")
+    md.append("")
+    md.append("| target | limit | measured | verdict |")
+    md.append("|---|---|---|---|")
+    for row in earlier:
+        md.append("| %s |" % " | ".join(row))
 md.append("")
 md.append("Kill failover falls into two groups about a second apart for every agent (compare the "
           "min-max ranges of the kill rows), also with the controller surviving every kill; which "
@@ -135,7 +237,21 @@ md.append("Kill failover falls into two groups about a second apart for every ag
           "the kill targets with them, can move by a second from one run to the next. Standby "
           "moves do not spread this way.")
 md.append("")
-md.append("Reproduce with `sudo bench/failover %s`." % rounds)
+md.append("### Commands")
+md.append("")
+md.append("Reproduce with `sudo bench/failover %s` (it runs `bench/arp_catch BUILD WORK 100 50 200` "
+          "first). The resources, one line a variant (the 16-address variants have one such "
+          "primitive per address, all loaded at once with `crm configure load update`):" % rounds)
+md.append("")
+md.append("```")
+path = os.path.join(work, "primitives.txt")
+if os.path.exists(path):
+    with open(path) as f:
+        for line in f:
+            name, cmd = line.rstrip("\n").split("\t", 1)
+            md.append("# %s" % name)
+            md.append(cmd)
+md.append("```")
 md.append(END)
 section = "\n".join(md) + "\n"
 
