@@ -17,6 +17,8 @@ using vyrtest::OnVa0;
 // Activation, refusals, forcing, npsimu, the link check and deactivation's
 // confirmations, with the kernel making the changes.
 TEST_F(AgentE2E, ActivationAndDeactivation) {
+  // Through vyrping and the real arp: the trace names the peer's MAC address.
+  const std::string claimed = "192.0.2.20 is already exist.(macaddr : " + pair_->PeerMac() + ")";
   // clang-format off
   RunSteps({
       // Mask from the configuration, the first alias, its broadcast; the first
@@ -40,7 +42,7 @@ TEST_F(AgentE2E, ActivationAndDeactivation) {
       {.mode = "--del -a 198.51.100.5", .gone = "198.51.100.5"},
       {.setup = "peer_has 192.0.2.20", .mode = "--active", .rsc = "taken",
        .params = OnVa0("192.0.2.20/24"), .code = 15, .desc = "IP address was already used.",
-       .gone = "192.0.2.20"},
+       .gone = "192.0.2.20", .log = claimed.c_str()},
       {.setup = "agent_has 192.0.2.30 va0:7", .mode = "--active", .rsc = "local",
        .params = OnVa0("192.0.2.30/24", kNoProbe), .code = 15,
        .desc = "This ip address was already used.  IP=192.0.2.30"},

@@ -279,43 +279,4 @@ TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
   }
 }
 
-// The agent's probe through vyrping and the real arp: the trace names the
-// peer's MAC address; an IPv6 resource looks nothing up ("ret=1"), an IPv4
-// one gets arp's refusal of the IPv6 address (3). Blanks around an address
-// only separate words; a text that is no address is vyrping's to refuse (2).
-TEST_F(ProbeNetns, AgentRefusesAHeldAddressAndPassesAFreeOne) {
-  const std::string mac = pair_->PeerMac();
-  ASSERT_EQ(mac.size(), 17u) << mac;
-  const char* kUsed = "IP address was already used.";
-  const struct {
-    const char* addr;
-    int v6, want;
-    std::string trace;
-    const char* desc;
-  } cases[] = {
-      {"192.0.2.2", 0, 15, "192.0.2.2 is already exist.(macaddr : " + mac + ")", kUsed},
-      {"192.0.2.3", 0, 0, "", ""},
-      {"2001:db8::2", 1, 15, "2001:db8::2 is already exist. (ret=1)", kUsed},
-      {"2001:db8::3", 1, 0, "", ""},
-      {"2001:db8::2", 0, 15, "2001:db8::2 is already exist. (ret=3)", kUsed},
-      {" 192.0.2.2 ", 0, 15, " 192.0.2.2  is already exist.(macaddr : " + mac, kUsed},
-      {"host.example", 0, 2, "ping to host.example failed (after system()).",
-       "Internal error. (status=2)"},
-  };
-  std::snprintf(inspath, sizeof inspath, "%s", kBinDir.c_str());
-  VIP_INFO info{};
-  std::snprintf(info.pingcmd, sizeof info.pingcmd, "vyrping");
-  std::snprintf(info.arpcmd, sizeof info.arpcmd, "arp");
-  info.pingtout = 1;
-  for (const auto& c : cases) {
-    vyrtest::TraceCapture log;
-    vip_clear_shmbuf();
-    ipv6flag = c.v6;
-    std::snprintf(info.addr, sizeof info.addr, "%s", c.addr);
-    EXPECT_EQ(vip_ping(&info), c.want) << c.addr;
-    EXPECT_EQ(vyrtest::StatusText(), c.desc) << c.addr;
-    EXPECT_TRUE(c.trace.empty() || log.Contains(c.trace)) << c.trace;
-  }
-}
-
 }  // namespace
