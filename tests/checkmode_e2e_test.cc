@@ -10,7 +10,7 @@
 
 #include "support/log_lines.h"
 #include "support/netns.h"
-#include "support/private_install.h"
+#include "support/agent_fixture.h"
 #include "support/sh.h"
 #include "vyrxml.h"
 
@@ -25,20 +25,13 @@ const std::string kVip1 =
     "E [012] Routing Protocol is invalid. (value=RIPv2)\n";
 
 std::string Dyn(const std::string& ip) {
-  return "<resource><vip name=\"dyn\"><parameters><ip>" + ip +
-         "</ip><ifname>va0</ifname><ping><timeout>0</timeout></ping><arp><retry>0</retry></arp>"
-         "</parameters></vip></resource>";
+  return vyrtest::Resource("dyn", vyrtest::OnVa0(ip, vyrtest::kNoProbe + vyrtest::kNoArp));
 }
 
-class CheckMode : public vyrtest::PrivateInstall {
+class CheckMode : public vyrtest::CheckEnvTest {
  protected:
-  void SetUp() override {
-    SetUpInstall("<vip><log><level>8</level></log></vip>" + Dyn("192.0.2.1/24"));
-  }
-  // The program's command line; its settings come from the environment.
-  static std::string Vyrvip(const std::string& args) {
-    return "\"" + vyrtest::kVyrvipBinary + "\" " + args;
-  }
+  void SetUp() override { SetUpCheck(Dyn("192.0.2.1/24")); }
+  std::string Vyrvip(const std::string& args) const { return env_.VyrvipLine(args); }
 };
 
 // Each run appends its whole block to a 0644 file, earlier blocks kept, and
@@ -65,11 +58,11 @@ TEST_F(CheckMode, EachRunAppendsItsBlockAndExitsWithTheVerdict) {
 
 // A check log that cannot be opened loses no line: all go to the trace log.
 TEST_F(CheckMode, MissingCheckLogFolderSendsEveryLineToTheTraceLog) {
-  vyrtest::Sh("rmdir " + dir_.path() + "/inst/var/check");
+  vyrtest::Sh("rmdir '" + env_.prefix() + "/var/check'");
   EXPECT_EQ(vyrtest::Sh(Vyrvip("--test vip1")), 1);
   std::string info;
   bool open_traced = false;
-  for (const vyrtest::LogLine& l : vyrtest::ReadLogLines(dir_ / "log/vip.log")) {
+  for (const vyrtest::LogLine& l : vyrtest::ReadLogLines(trace_)) {
     if (l.level == "INFO") info += l.text + "\n";
     open_traced |= l.level == "ERROR" && l.text == "open(" + check_ + ") failed. (errno = 2)";
   }
@@ -90,7 +83,7 @@ TEST_F(CheckMode, DynamicUpdateWithoutConfigurationUnderCheckExitsWithLoaderStat
 TEST_F(CheckMode, DynamicUpdateActivationTakesTheAddressUnderCheck) {
   SetUpNamespaces();
   if (IsSkipped()) return;
-  WriteFile(chkconf_, "<root>" + Dyn("203.0.113.7/28") + "</root>\n");
+  WriteFile(chkconf_, "<root><resource>" + Dyn("203.0.113.7/28") + "</resource></root>\n");
   std::string out, addrs;
   EXPECT_EQ(pair_->InAgent(Vyrvip("--dactive -r dyn -g grp"), &out), 0) << out;
   ASSERT_EQ(pair_->InAgent("ip -o addr show dev va0", &addrs), 0);

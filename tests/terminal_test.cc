@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/private_install.h"
+#include "support/agent_fixture.h"
 
 namespace {
 
@@ -21,12 +21,15 @@ struct Ran {
   std::string text;  // what the terminal showed, or what came through the pipe
 };
 
-// Runs vyrvip with `args` as root or as nobody, its standard output and error
-// on a new pseudo-terminal (`terminal`, through script(1)) or on a pipe.
-Ran Spawn(const std::vector<std::string>& args, bool nobody, bool terminal) {
-  std::string line = "'" + vyrtest::kVyrvipBinary + "'";
+// Runs vyrvip of `env` with `args` as root or as nobody, its standard output
+// and error on a new pseudo-terminal (`terminal`, through script(1)) or on a
+// pipe.
+Ran Spawn(const vyrtest::ClusterEnv& env, const std::vector<std::string>& args, bool nobody,
+          bool terminal) {
+  std::string line = "env " + env.EnvAssignments() +
+                     (nobody ? " setpriv --reuid=65534 --regid=65534 --clear-groups" : "") + " '" +
+                     env.prefix() + "/bin/vyrvip'";
   for (const auto& a : args) line += " '" + a + "'";
-  if (nobody) line = "setpriv --reuid=65534 --regid=65534 --clear-groups " + line;
   if (terminal) line = "script -qefc \"" + line + "\" /dev/null";
   Ran ran;
   ran.status = vyrtest::Sh(line + " </dev/null", &ran.text);
@@ -35,7 +38,7 @@ Ran Spawn(const std::vector<std::string>& args, bool nobody, bool terminal) {
   return ran;
 }
 
-using Terminal = vyrtest::PrivateInstall;
+using Terminal = vyrtest::CheckEnvTest;
 
 // Every failing run tells the terminal why, with its status and where to
 // look; a successful one says nothing. The same runs with standard error on
@@ -68,19 +71,18 @@ TEST_F(Terminal, FailingRunsGiveOneReasonOnATerminalAndNothingOnAPipe) {
       // clang-format on
   };
   // With the cluster's tables up, a run that wrote no description stores "Success.".
-  const std::string vyrctl = VYR_BINARY_DIR "/platform/vyrctl/vyrctl";
-  ASSERT_EQ(0, vyrtest::Sh(vyrctl + " start"));
+  ASSERT_EQ(0, env_.Ctl("start"));
   for (const auto& c : cases) {
     std::string line;
     for (const auto& a : c.args) line += " " + a;
-    const Ran on_terminal = Spawn(c.args, c.nobody, true);
+    const Ran on_terminal = Spawn(env_, c.args, c.nobody, true);
     EXPECT_EQ(c.status, on_terminal.status) << line;
     EXPECT_EQ(c.shown, on_terminal.text) << line;
-    const Ran on_pipe = Spawn(c.args, c.nobody, false);
+    const Ran on_pipe = Spawn(env_, c.args, c.nobody, false);
     EXPECT_EQ(c.status, on_pipe.status) << line;
     EXPECT_EQ("", on_pipe.text) << line;
   }
-  vyrtest::Sh(vyrctl + " stop");
+  env_.Ctl("stop");
   EXPECT_NE(std::string::npos, ReadFile(check_).find("Success in a composition check."));
 }
 

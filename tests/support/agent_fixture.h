@@ -59,14 +59,20 @@ class ClusterEnv {
   }
   void SetExtraEnv(const std::string& assignments) { extra_env_ = assignments; }
 
-  // `resources` besides the common <vip>, whose parameters are `common`.
+  // `resources` besides the common <vip>, whose parameters are `common`;
+  // `more` goes into the root.
   void WriteConfig(const std::string& resources, const std::string& common = "",
-                   int log_level = 8) const {
+                   int log_level = 8, const std::string& more = "") const {
     const std::string log =
         "<log><level>" + std::to_string(log_level) + "</level><size>10000000</size></log>";
     WriteFile(config_path(), "<root><all><path>" + prefix_ + "</path></all><vip>" + log +
-                                 "</vip><resource><vip><parameters>" + common +
+                                 "</vip>" + more + "<resource><vip><parameters>" + common +
                                  "</parameters></vip>" + resources + "</resource></root>\n");
+  }
+
+  // vyrvip's command line with these settings, to run anywhere.
+  std::string VyrvipLine(const std::string& args) const {
+    return "env " + EnvAssignments() + " '" + prefix_ + "/bin/vyrvip' " + args;
   }
 
   int Ctl(const std::string& args, std::string* out = nullptr) const {
@@ -105,6 +111,31 @@ class ClusterEnv {
   std::string prefix_ = Installed();
   TempDir dir_;
   std::string extra_env_;
+};
+
+// The check mode's world on the installed agent: the configuration under
+// check (whose resource "good" is valid) at <prefix>/chkconf.xml and the
+// check log at <prefix>/var/check/vip.log, both made anew for each test.
+// Namespaces only where a test calls SetUpNamespaces().
+class CheckEnvTest : public NetnsTest {
+ protected:
+  void SetUp() override { SetUpCheck(""); }
+  // Derived SetUp()s call this and return when HasFatalFailure(); `resources`
+  // go into the running configuration.
+  void SetUpCheck(const std::string& resources) {
+    ASSERT_TRUE(env_.ok()) << "installing the build tree failed";
+    ASSERT_EQ(0, Sh("rm -rf '" + env_.prefix() + "/var/check' && mkdir -p '" + env_.prefix() +
+                    "/var/check'"));
+    WriteFile(chkconf_, ReadFile(VYR_TESTDATA_DIR "/chkconf/three_servers.xml"));
+    env_.WriteConfig(resources, "", 8,
+                     "<cluster><check><rdrctpath>var/check/vip.log</rdrctpath>"
+                     "<chkconf>chkconf.xml</chkconf></check></cluster>");
+  }
+
+  ClusterEnv env_;
+  const std::string chkconf_ = env_.prefix() + "/chkconf.xml";
+  const std::string check_ = env_.prefix() + "/var/check/vip.log";
+  const std::string trace_ = env_.dir() + "/log/vip.log";
 };
 
 // One run of vyrvip and what the cluster sees afterwards; empty texts are not
