@@ -112,7 +112,18 @@ TEST_F(AgentE2E, ThroughTheInterfaceTool) {
                        kQuiet + "<ipaddr><netlink>1</netlink><nodad>1</nodad></ipaddr>"),
        .shown = "inet6 2001:db8::30/64 scope global nodad",
        .log = "ipaddr/netlink: the kernel lists, adds and removes."},
-      {.mode = "--deactive", .rsc = "nl6", .gone = "2001:db8::30/"}}, path);
+      {.mode = "--deactive", .rsc = "nl6", .gone = "2001:db8::30/"},
+      // No label, or the label and broadcast address given; either is found and removed.
+      {.mode = "--active", .rsc = "nolabel",
+       .params = OnVa0("192.0.2.12/24", kQuiet + "<ipaddr><netlink>1</netlink><nolabel>1</nolabel>"
+                                                 "<broadcast>none</broadcast></ipaddr>"),
+       .shown = "inet 192.0.2.12/24 scope global secondary va0\\"},
+      {.mode = "--deactive", .rsc = "nolabel", .gone = "192.0.2.12"},
+      {.mode = "--active", .rsc = "label",
+       .params = OnVa0("192.0.2.13/24", kQuiet + "<ipaddr><netlink>1</netlink><label>web</label>"
+                                                 "<broadcast>192.0.2.200</broadcast></ipaddr>"),
+       .shown = "inet 192.0.2.13/24 brd 192.0.2.200 scope global secondary va0:web\\"},
+      {.mode = "--deactive", .rsc = "label", .gone = "192.0.2.13"}}, path);
   const std::string stays =
       OnVa0("192.0.2.60/24", "<check><ping><execute>0</execute></ping>"
                              "<ifconfig><retry>1</retry><interval>1</interval>");

@@ -78,8 +78,8 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
       // The comment is judged first; the bad properties are never examined.
       {"nocomment", {1, {"E [097] Path of Comment does not exist."}}},
       {"longcomment", {1, {"E [098] Length of Comment is out of range."}}},
-      // The defence settings: sound at both ends of their ranges, and each
-      // fault named in table order.
+      // The defence and address change settings: sound at both ends of their ranges, and
+      // each fault named in table order.
       {"defence", {0, {}}},
       {"baddefence",
        {1,
@@ -87,11 +87,16 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
          "E [014] Value of DAD Timeout is not a number. (value=2s)",
          "E [003] Parameter ARP Probe Timeout is empty.",
          "E [004] Value of DAD Probe is out of range. (value=20001)",
-         "E [004] Value of ARP Background is out of range. (value=2)"}}},
+         "E [004] Value of ARP Background is out of range. (value=2)",
+         "E [004] Value of Rtnetlink is out of range. (value=2)",
+         "E [004] Value of Preferred Lifetime is out of range. (value=-2)",
+         "E [007] NIC alias is invalid. (value=a b)",
+         "E [006] IP address is invalid. (value=192.0.2)"}}},
       {"negdefence",
        {1,
         {"E [004] Value of ARP Probe Timeout is out of range. (value=-1)",
-         "E [004] Value of ARP Interval is out of range. (value=-1)"}}},
+         "E [004] Value of ARP Interval is out of range. (value=-1)",
+         "E [007] NIC alias is invalid. (value=abcdefghijklmn)"}}},
       {"longproto",
        {99, {"E [003] Parameter Source IP Address is empty.", "E [099] Internal error occurred."}}},
   };

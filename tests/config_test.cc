@@ -80,7 +80,9 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
   // Activation alone reads the settings that defend the address.
   const std::string defence =
       "defence    = na:0,dad:0,arpprobe:0,dadprobe:0|announce   = itv:0,bg:0|";
-  const std::string ipaddr = "ipaddr     = netlink:0,nodad:0|";
+  const std::string ipaddr =
+      "ipaddr     = netlink:0,nodad:0,noprefixroute:0,preferred_lft:-1,nolabel:0,label:,"
+      "broadcast:|";
   const std::string ifconfig = "lock       = short:0|" + ipaddr + "ifconfig   = cmd:ifconfig,to:60|";
   const std::string chk =
       "chk ifconf = exec:1,rty:3,itv:1,err:0|chk ping   = exec:1,rty:3,itv:1,err:0|";
@@ -102,13 +104,15 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
       {"agent-full.xml", kShipped, 0, 0,
        "ping       = cmd:bin/myping,to:5,rty:4,itv:2,frc:1,nps:1|" + arp +
            "defence    = na:3,dad:2000,arpprobe:1000,dadprobe:200|announce   = itv:200,bg:1|"
-           "lock       = short:1|ipaddr     = netlink:1,nodad:1|" +
+           "lock       = short:1|ipaddr     = netlink:1,nodad:1,noprefixroute:1,preferred_lft:0,"
+           "nolabel:1,label:web,broadcast:none|" +
            tools + v6 + "1 1 1 /opt/vyrtest"},
       {"agent-full.xml", kShipped, 1, 0,
        "ping       = cmd:bin/myping,to:1,rty:0,itv:1,frc:0,nps:2|" + arp +
-           "lock       = short:1|ipaddr     = netlink:1,nodad:0|" + tools +
-           "chk ifconf = exec:0,rty:6,itv:4,err:1|chk ping   = exec:0,rty:8,itv:9,err:1|" + v6 +
-           "0 1 0 /opt/vyrtest"},
+           "lock       = short:1|ipaddr     = netlink:1,nodad:0,noprefixroute:0,preferred_lft:-1,"
+           "nolabel:0,label:,broadcast:|" +
+           tools + "chk ifconf = exec:0,rty:6,itv:4,err:1|chk ping   = exec:0,rty:8,itv:9,err:1|" +
+           v6 + "0 1 0 /opt/vyrtest"},
       {"agent-nopath.xml", kShipped, 0, 0, act + defence + ifconfig + va0 + "/opt/vyrcluster"},
       {"agent-minimal.xml", kShipped, 0, 9,
        "xmllib_get_srvsep_value(/root/resource/vip@vip9/parameters/ip,ip) failed. (ret=4)", "vip9"},

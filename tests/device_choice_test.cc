@@ -36,7 +36,14 @@ TEST(VdevTest, ChoiceAndWhatItFillsIn) {
     int ret;
     const char* filled;  // "vdevname|mask or prefix|broadcast|MAC", as far as given
     const char* desc = "";
+    ipaddropt opt = {};  // the ipaddr/ settings
   };
+  const char* kInvalid = "Internal error. (status=99)";
+  const ipaddropt kNoLabel{.nolabel = 1};
+  const ipaddropt kNoBroadcast{.broadcast = "none"};
+  const ipaddropt kBroadcast{.broadcast = "192.0.2.200"};
+  const ipaddropt kBadBroadcast{.broadcast = "192.0.2"};
+  const ipaddropt kLabelWins{.nolabel = 1, .label = "web"};
   // clang-format off
   const Case cases[] = {
       {false, eth0, "eth0", "", 0, "eth0:1|255.255.0.0|192.0.255.255|02:00:00:aa:bb:cc"},
@@ -50,6 +57,22 @@ TEST(VdevTest, ChoiceAndWhatItFillsIn) {
       {false, L({"eth0"}), "", "", 17, "|"},
       {false, L({"eth0"}, 9999), "eth0", "", 0, "eth0:9999|"},
       {false, L({"eth0"}, 10000), "eth0", "", 17, "|", "Vip interface was not found."},
+      // No alias label, or the label given, instead of a free alias; then no alias is needed
+      // and the 15 characters bound the label.
+      {false, L({"abcdefghijklmn"}, 10), "abcdefghijklmn", "", 0,
+       "abcdefghijklmn|255.255.255.0|192.0.2.255|", "", kNoLabel},
+      {false, L({"eth0", "ETH0:3"}), "eth0:3", "", 0, "eth0|", "", kNoLabel},
+      {false, L({"eth0", "ETH0:3"}), "eth0:3", "", 0, "eth0:web|", "", kLabelWins},
+      {false, L({"eth1"}), "eth0", "", 0, "eth0|255.255.255.0|192.0.2.255|", "", kNoLabel},
+      {false, L({"eth1"}), "eth0", "", 0, "eth0:web|", "", {.label = "web"}},
+      {false, L({"abcdefghij"}), "abcdefghij", "", 0, "abcdefghij:web1|", "", {.label = "web1"}},
+      {false, L({"abcdefghij"}), "abcdefghij", "", 30, "abcdefghij:web12|", "", {.label = "web12"}},
+      {false, L({"eth0"}), "eth0", "", 30, "eth0:a b|", "", {.label = "a b"}},
+      // The broadcast address given, none, or one that is no address.
+      {false, eth0, "eth0", "", 0, "eth0:1|255.255.0.0|192.0.2.200|", "", kBroadcast},
+      {false, eth0, "eth0", "", 0, "eth0:1|255.255.0.0||02:00:00:aa:bb:cc", "", kNoBroadcast},
+      {false, L({"eth1"}), "eth0", "", 0, "eth0|255.255.255.0||", "", kNoBroadcast},
+      {false, eth0, "eth0", "", 99, "|255.255.0.0|192.0.255.255|", kInvalid, kBadBroadcast},
       {true, six, "eth0", "", 0, "|48||02:00:00:00:00:06"},
       {true, six, "eth0:1", "", 0, "eth0:1|64||"},
   };
@@ -59,6 +82,7 @@ TEST(VdevTest, ChoiceAndWhatItFillsIn) {
     ipv6flag = c.ipv6 ? 1 : 0;
     vdevinfo v = c.ipv6 ? vyrtest::Vdev6(c.name, "2001:db8::10", 0)
                         : vyrtest::Vdev4(c.name, "", "192.0.2.10", c.mask, "");
+    v.opt = c.opt;
     List list = c.list;
     vip_clear_shmbuf();
     EXPECT_EQ(vip_crt_vdevinfo(list.data(), static_cast<int>(list.size()), &v), c.ret);

@@ -37,11 +37,15 @@ struct ipaddrinfo {
 
 // How the rtnetlink way changes the address (the ipaddr/* settings). As
 // constructed (netlink 0) the record is changed the way IsIfconfig says and
-// nothing here is read.
+// nothing here is read. The interface layer reads the first three, the
+// device choice the last three.
 struct ipaddropt {
-  int netlink = 0;         // 1: add and remove through rtnetlink
-  unsigned int flags = 0;  // IFA_F_NODAD, IFA_F_NOPREFIXROUTE
-  int preferred_lft = -1;  // seconds; negative: forever
+  int netlink = 0;                    // 1: add and remove through rtnetlink
+  unsigned int flags = 0;             // IFA_F_NODAD, IFA_F_NOPREFIXROUTE
+  int preferred_lft = -1;             // seconds; negative: forever
+  int nolabel = 0;                    // 1: IPv4 on the interface itself, no alias label
+  char label[VIP_NAME_LEN] = {};      // IPv4 label after "<ifname>:"; empty: an alias
+  char broadcast[VIP_ADDR_LEN] = {};  // IPv4 broadcast address or "none"; empty: the mask's
 };
 
 struct vdevinfo {

@@ -96,6 +96,59 @@ void SetBroadcast(vdevinfo* vdev) {
   WriteDotted(bcast, vdev->bcast, sizeof vdev->bcast);
 }
 
+// The broadcast address the settings ask for, in place of the mask's:
+// "none" leaves it empty. False, with the trace line, for a text that is
+// no IPv4 address.
+bool ApplyBroadcast(vdevinfo* vdev) {
+  const char* wanted = vdev->opt.broadcast;
+  if (wanted[0] == '\0') return true;
+  if (std::strcmp(wanted, "none") == 0) {
+    vdev->bcast[0] = '\0';
+    return true;
+  }
+  in_addr parsed{};
+  if (inet_pton(AF_INET, wanted, &parsed) != 1) {
+    TRACE(TRACE_ERROR, "Broadcast address is invalid. [%s]", wanted);
+    return false;
+  }
+  WriteDotted(parsed, vdev->bcast, sizeof vdev->bcast);
+  return true;
+}
+
+// The device an IPv4 address goes on when the settings name its label or
+// want none: "<base>:<label>" or the interface itself. False when neither
+// is asked for.
+bool ChooseLabel(const char* base, vdevinfo* vdev) {
+  if (vdev->opt.label[0] != '\0') {
+    char full[VIP_NAME_LEN * 2];
+    std::snprintf(full, sizeof full, "%s:%s", base, vdev->opt.label);
+    std::snprintf(vdev->vdevname, sizeof vdev->vdevname, "%.31s", full);
+    return true;
+  }
+  if (vdev->opt.nolabel != 0) {
+    std::snprintf(vdev->vdevname, sizeof vdev->vdevname, "%s", base);
+    return true;
+  }
+  return false;
+}
+
+// A label the kernel takes: at most 15 characters, printable, no blank.
+int CheckLabel(const vdevinfo* vdev) {
+  const size_t len = std::strlen(vdev->vdevname);
+  if (len > VIP_MAX_DEVNAME || std::strlen(vdev->opt.label) >= VIP_NAME_LEN) {
+    TRACE(TRACE_ERROR, "Interface name is too long.");
+    return kNameTooLong;
+  }
+  for (size_t i = 0; i < len; ++i) {
+    const auto c = static_cast<unsigned char>(vdev->vdevname[i]);
+    if (c <= ' ' || c >= 0x7F || c == '/') {
+      TRACE(TRACE_ERROR, "Interface label is invalid. [%s]", vdev->vdevname);
+      return kNameTooLong;
+    }
+  }
+  return 0;
+}
+
 void CopyFromEntry(const ipaddrinfo& entry, vdevinfo* vdev) {
   if (!ipv6flag) {
     if (vdev->sipel.mask[0] == '\0') {
@@ -112,7 +165,11 @@ void CopyFromEntry(const ipaddrinfo& entry, vdevinfo* vdev) {
 
 // Steps for an IPv4 address once its interface was found.
 int ChooseAlias(const ipaddrinfo* list, int num, const char* base, bool has_alias, vdevinfo* vdev) {
-  if (has_alias) {
+  if (!ApplyBroadcast(vdev)) return vyr::Fail(kInternal);
+  if (ChooseLabel(base, vdev)) {
+    const int ret = CheckLabel(vdev);
+    if (ret != 0) return ret;
+  } else if (has_alias) {
     if (vip_chk_ifname(list, LookupCount(num), vdev->ifname) != 0) {
       TRACE(TRACE_ERROR, "vip interface already used. [IF: %s]", vdev->ifname);
       return kAliasInUse;
@@ -143,6 +200,14 @@ int ChooseAlias(const ipaddrinfo* list, int num, const char* base, bool has_alia
 int UseUnlisted(vdevinfo* vdev) {
   TRACE(TRACE_WARNING, "Not found vip interface. [IF: %s]", vdev->ifname);
   std::snprintf(vdev->vdevname, sizeof vdev->vdevname, "%s", vdev->ifname);
+  if (!ipv6flag) {
+    char base[VIP_NAME_LEN] = {};
+    BaseName(vdev->ifname, base);
+    if (ChooseLabel(base, vdev)) {
+      const int ret = CheckLabel(vdev);
+      if (ret != 0) return ret;
+    }
+  }
   if (vdev->sipel.mask[0] == '\0') {
     if (!ipv6flag) {
       std::snprintf(vdev->sipel.mask, sizeof vdev->sipel.mask, "%s", "255.255.255.0");
@@ -156,6 +221,7 @@ int UseUnlisted(vdevinfo* vdev) {
   if (!ipv6flag) {
     TRACE(TRACE_INFO, "mask  : %s", vdev->sipel.mask);
     SetBroadcast(vdev);
+    if (!ApplyBroadcast(vdev)) return vyr::Fail(kInternal);
     TRACE(TRACE_INFO, "bcast : %s", vdev->bcast);
   } else {
     TRACE(TRACE_INFO, "mask  : %d", vdev->sipel.masklen);

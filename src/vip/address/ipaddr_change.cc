@@ -124,6 +124,11 @@ ipaddropt vip_ipaddr_options(const VIP_INFO* pvipinfo) {
   ipaddropt opt;
   opt.netlink = pvipinfo->ipaddrnetlink != 0 ? 1 : 0;
   if (pvipinfo->ipaddrnodad != 0) opt.flags |= IFA_F_NODAD;
+  if (pvipinfo->ipaddrnoprefixroute != 0) opt.flags |= IFA_F_NOPREFIXROUTE;
+  opt.preferred_lft = pvipinfo->ipaddrpreflft < 0 ? -1 : pvipinfo->ipaddrpreflft;
+  opt.nolabel = pvipinfo->ipaddrnolabel != 0 ? 1 : 0;
+  std::snprintf(opt.label, sizeof opt.label, "%s", pvipinfo->ipaddrlabel);
+  std::snprintf(opt.broadcast, sizeof opt.broadcast, "%s", pvipinfo->ipaddrbcast);
   return opt;
 }
 

@@ -48,8 +48,13 @@ typedef struct _VIP_INFO {
   int dadprobe;      // ms of the agent's own duplicate detection before an IPv6 activation
   // The address change through rtnetlink (ipaddr/...); 0 keeps the ways
   // IsIfconfig chooses.
-  int ipaddrnetlink;  // 1: list through the kernel, add and remove through rtnetlink
-  int ipaddrnodad;    // 1: an IPv6 address is added without the kernel's DAD
+  int ipaddrnetlink;               // 1: list through the kernel, add and remove through rtnetlink
+  int ipaddrnodad;                 // 1: an IPv6 address is added without the kernel's DAD
+  int ipaddrnoprefixroute;         // 1: the kernel adds no prefix route for the address
+  int ipaddrpreflft;               // preferred lifetime in seconds; -1: forever
+  int ipaddrnolabel;               // 1: IPv4 on the interface itself, no alias label
+  char ipaddrlabel[VIP_NAME_LEN];  // IPv4 label after "<ifname>:"; empty: an alias
+  char ipaddrbcast[VIP_ADDR_LEN];  // IPv4 broadcast address or "none"; empty: the mask's
   // Speed of the sequences; 0 (the default) keeps each as it always was.
   int lockshort;      // 1: the critical section ends with the address change (and link check)
   int arpinterval;    // ms between announcement frames; 0: one second

@@ -34,10 +34,13 @@ int vip_comment_check(const char* rscname);
 // ipv6flag by the text. 0, or 1 with a finding.
 int vip_ipaddr_check(const char* value);
 
-// The advertisement count, the DAD wait and the ARP probe time: each may be
-// missing; when set it must be a number in the policy's range (findings
-// numbered as the numeric checks). 0, 1, or 99 when a value cannot be read.
-// The caller has loaded the resource type's policy.
+// The advertisement count, the DAD wait, the ARP probe time and the
+// ipaddr/ settings: each may be missing; a number that is set must be in the
+// policy's range (findings numbered as the numeric checks), ipaddr/label a
+// name of at most 13 printable characters without a blank or '/' ("NIC
+// alias is invalid."), ipaddr/broadcast "none" or an IPv4 address ("IP
+// address is invalid."). 0, 1, or 99 when a value cannot be read. The
+// caller has loaded the resource type's policy.
 int vip_defence_check(const char* rscname);
 
 // The check functions of the property table. Each takes the value read from

@@ -1,16 +1,21 @@
-// Check mode for the settings that defend the address: the advertisement
+// Check mode for the settings that defend the address (the advertisement
 // count, the DAD wait, the times of the ARP probe and of the agent's own
 // duplicate detection, the announcements' pace and the short critical
-// section. Each is optional (a missing
-// one keeps its default of 0 and is no finding); one that is set must be a
-// number inside the range the resource type's policy gives it.
+// section) and for those of its change through rtnetlink (ipaddr/...).
+// Each is optional (a missing one keeps its default and is no finding); a
+// number that is set must be inside the range the resource type's policy
+// gives it, a label a short legal name and a broadcast address "none" or an
+// IPv4 address.
+#include <arpa/inet.h>
+
 #include <cstdio>
+#include <cstring>
 
 #include "chklog/chklog.h"
 #include "chkutil/chkutil.h"
 #include "tracersc/tracersc.h"
-#include "vip/check/chkconf.h"
 #include "vip/base/vip_info.h"
+#include "vip/check/chkconf.h"
 #include "vyrxml.h"
 
 namespace {
@@ -25,7 +30,15 @@ constexpr numeric_param kDefence[] = {
     {"ARP Interval", "/root/resource/vip@%s/parameters/arp/interval", "8"},
     {"ARP Background", "/root/resource/vip@%s/parameters/arp/background", "9"},
     {"Short Lock", "/root/resource/vip@%s/parameters/lock/short", "10"},
+    {"Rtnetlink", "/root/resource/vip@%s/parameters/ipaddr/netlink", "11"},
+    {"No DAD", "/root/resource/vip@%s/parameters/ipaddr/nodad", "11"},
+    {"No Prefix Route", "/root/resource/vip@%s/parameters/ipaddr/noprefixroute", "11"},
+    {"Preferred Lifetime", "/root/resource/vip@%s/parameters/ipaddr/preferred_lft", "12"},
+    {"No Label", "/root/resource/vip@%s/parameters/ipaddr/nolabel", "11"},
 };
+// The longest label: the shortest interface name and the ':' leave 13 of
+// the kernel's 15 characters. The run checks the whole name.
+constexpr std::size_t kMaxLabel = 13;
 // The number the out-of-range lines carry, as for every numeric check.
 constexpr int kRangeErrorId = 4;
 
@@ -56,6 +69,43 @@ Presence Examine(const numeric_param& param, const char* rscname) {
   return Presence::kUnreadable;
 }
 
+// A text setting of the resource into `value`: false when it is missing
+// (or empty), or cannot be read.
+bool ReadText(const char* key, const char* rscname, char (&value)[CHK_VALUE_LEN]) {
+  char path[VIP_PATH_LEN];
+  std::snprintf(path, sizeof path, "/root/resource/vip@%s/parameters/%s", rscname, key);
+  int size = CHK_VALUE_LEN;
+  return xmllib_get_value(path, VYR_XMLTYPE_TEXT, value, &size) == VYR_XMLERR_SUCCESS &&
+         value[0] != '\0';
+}
+
+bool LegalLabel(const char* label) {
+  const std::size_t len = std::strlen(label);
+  if (len > kMaxLabel) return false;
+  for (std::size_t i = 0; i < len; ++i) {
+    const auto c = static_cast<unsigned char>(label[i]);
+    if (c <= ' ' || c >= 0x7F || c == '/') return false;
+  }
+  return true;
+}
+
+// The label and the broadcast address: 0, or 1 with a finding each.
+int CheckTexts(const char* rscname) {
+  int ret = CHK_RESULT_GOOD;
+  char value[CHK_VALUE_LEN] = {};
+  if (ReadText("ipaddr/label", rscname, value) && !LegalLabel(value)) {
+    CHK_LOG(CHK_LEVEL_ERROR, CHK_ID_NIC_ERR, value);
+    ret = CHK_RESULT_FINDING;
+  }
+  in_addr parsed{};
+  if (ReadText("ipaddr/broadcast", rscname, value) && std::strcmp(value, "none") != 0 &&
+      inet_pton(AF_INET, value, &parsed) != 1) {
+    CHK_LOG(CHK_LEVEL_ERROR, CHK_ID_IPADDR_ERR, value);
+    ret = CHK_RESULT_FINDING;
+  }
+  return ret;
+}
+
 }  // namespace
 
 int vip_defence_check(const char* rscname) {
@@ -84,6 +134,7 @@ int vip_defence_check(const char* rscname) {
     }
     ret |= one;
   }
+  if (ret != CHK_RESULT_INCOMPLETE) ret |= CheckTexts(name);
   TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;
 }

@@ -65,6 +65,9 @@ constexpr IntSetting kAddressChange[] = {
 };
 constexpr IntSetting kAddressFlags[] = {
     {"ipaddr/nodad", &VIP_INFO::ipaddrnodad, 0},
+    {"ipaddr/noprefixroute", &VIP_INFO::ipaddrnoprefixroute, 0},
+    {"ipaddr/preferred_lft", &VIP_INFO::ipaddrpreflft, -1},
+    {"ipaddr/nolabel", &VIP_INFO::ipaddrnolabel, 0},
 };
 constexpr IntSetting kAnnounce[] = {
     {"arp/interval", &VIP_INFO::arpinterval, 0},
@@ -133,17 +136,49 @@ int ReleasePolicy(const char* type) {
   return ret;
 }
 
+// A text of the resource into `field` of `size` bytes; "" when missing. A
+// longer value is cut to the field, so that it still fails the checks of
+// its length.
+void ReadText(VIP_INFO* info, const char* key, char* field, std::size_t size) {
+  char path[VIP_PATH_LEN];
+  std::snprintf(path, sizeof path, "/root/resource/vip@%s/parameters/%s", info->rscname, key);
+  char value[VIP_PATH_LEN] = {};
+  int len = VIP_PATH_LEN;
+  int ret = xmllib_get_value(path, VYR_XMLTYPE_TEXT, value, &len);
+  if (ret != 0) {
+    TRACE(TRACE_WARNING, "xmllib_get_value(%s) failed. (ret=%d)", path, ret);
+    value[0] = '\0';
+  }
+  std::snprintf(field, size, "%s", value);
+}
+
+bool AddressFlagsSet(const VIP_INFO* info) {
+  return info->ipaddrnodad != 0 || info->ipaddrnoprefixroute != 0 || info->ipaddrpreflft != -1 ||
+         info->ipaddrnolabel != 0 || info->ipaddrlabel[0] != '\0' || info->ipaddrbcast[0] != '\0';
+}
+
 // The ipaddr/ settings. The flags need the rtnetlink way: without it they
 // are traced and dropped, so that the other ways run exactly as without
 // them.
 void ReadAddressChange(VIP_INFO* info) {
   ReadInts(info, kAddressChange);
-  if (actflag == 0) ReadInts(info, kAddressFlags);
-  TRACE(TRACE_INFO, "ipaddr     = netlink:%d,nodad:%d", info->ipaddrnetlink, info->ipaddrnodad);
-  if (info->ipaddrnetlink == 0 && info->ipaddrnodad != 0) {
-    TRACE(TRACE_WARNING, "ipaddr flags are ignored without ipaddr/netlink.");
-    info->ipaddrnodad = 0;
+  info->ipaddrpreflft = -1;
+  if (actflag == 0) {
+    ReadInts(info, kAddressFlags);
+    ReadText(info, "ipaddr/label", info->ipaddrlabel, sizeof info->ipaddrlabel);
+    ReadText(info, "ipaddr/broadcast", info->ipaddrbcast, sizeof info->ipaddrbcast);
   }
+  if (info->ipaddrnetlink == 0 && AddressFlagsSet(info)) {
+    TRACE(TRACE_WARNING, "ipaddr flags are ignored without ipaddr/netlink.");
+    info->ipaddrnodad = info->ipaddrnoprefixroute = info->ipaddrnolabel = 0;
+    info->ipaddrpreflft = -1;
+    info->ipaddrlabel[0] = info->ipaddrbcast[0] = '\0';
+  }
+  TRACE(TRACE_INFO,
+        "ipaddr     = netlink:%d,nodad:%d,noprefixroute:%d,preferred_lft:%d,nolabel:%d,"
+        "label:%s,broadcast:%s",
+        info->ipaddrnetlink, info->ipaddrnodad, info->ipaddrnoprefixroute, info->ipaddrpreflft,
+        info->ipaddrnolabel, info->ipaddrlabel, info->ipaddrbcast);
 }
 
 // Every setting read under the "vip" policy (paths 1 to 24).
