@@ -275,59 +275,6 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   }
 }
 
-// The announcements of one address as the peer's vb0 receives them (ARP
-// frames or Neighbor Advertisements with the address as sender or target),
-// with their arrival times.
-class PeerCatch {
- public:
-  PeerCatch(const vyrtest::NetnsPair& pair, bool ipv6, const char* addr) : ipv6_(ipv6) {
-    inet_pton(ipv6 ? AF_INET6 : AF_INET, addr, addr_);
-    const uint16_t type = ipv6 ? ETH_P_IPV6 : ETH_P_ARP;
-    vyrtest::ScopedNetns peer(pair.peer());
-    sock_.reset(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(type)));
-    sockaddr_ll where{};
-    where.sll_family = AF_PACKET;
-    where.sll_protocol = htons(type);
-    where.sll_ifindex = static_cast<int>(if_nametoindex("vb0"));
-    ok_ = peer.ok() && ::bind(sock_.get(), reinterpret_cast<const sockaddr*>(&where),
-                              sizeof where) == 0;
-    timeval stamp{};
-    ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);  // from now on frames are stamped on arrival
-  }
-  bool ok() const { return ok_; }
-
-  // Takes in what has arrived, waiting at most `limit` for `count` frames
-  // in all.
-  std::size_t WaitFor(std::size_t count, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    do {
-      unsigned char buf[256];
-      ssize_t n;
-      while ((n = ::recv(sock_.get(), buf, sizeof buf, MSG_DONTWAIT)) > 0) {
-        if (!Ours(buf, static_cast<std::size_t>(n))) continue;
-        timeval stamp{};
-        ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);
-        times.push_back(static_cast<double>(stamp.tv_sec) + static_cast<double>(stamp.tv_usec) / 1e6);
-      }
-      if (times.size() >= count) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    } while (std::chrono::steady_clock::now() < deadline);
-    return times.size();
-  }
-
-  std::vector<double> times;  // arrival, seconds of the wall clock
-
- private:
-  bool Ours(const unsigned char* f, std::size_t n) const {
-    if (ipv6_) return n >= 78 && f[20] == 58 && f[54] == 136 && std::memcmp(f + 62, addr_, 16) == 0;
-    return n >= 42 && std::memcmp(f + 28, addr_, 4) == 0 && std::memcmp(f + 38, addr_, 4) == 0;
-  }
-  bool ipv6_;
-  unsigned char addr_[16] = {};
-  vyr::UniqueFd sock_;
-  bool ok_ = false;
-};
-
 double WallClock() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
@@ -367,9 +314,9 @@ class Announcer : public AgentE2E {
 // returns, and one whose address vanished ends at its next frame. The same
 // for the advertisements of an IPv6 address.
 TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
-  PeerCatch arp(*pair_, false, "192.0.2.80");
-  PeerCatch longer(*pair_, false, "192.0.2.81");
-  PeerCatch na(*pair_, true, "2001:db8::60");
+  vyrtest::PeerCatch arp(*pair_, false, "192.0.2.80");
+  vyrtest::PeerCatch longer(*pair_, false, "192.0.2.81");
+  vyrtest::PeerCatch na(*pair_, true, "2001:db8::60");
   ASSERT_TRUE(arp.ok() && longer.ok() && na.ok());
   const std::string quiet = kNoProbe + kNoPingCheck;
   env_.WriteConfig(
@@ -430,7 +377,7 @@ TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
 TEST_F(Announcer, ShortLockLetsAnotherStartPass) {
   for (const int lockshort : {1, 0}) {
     SCOPED_TRACE("lock/short " + std::to_string(lockshort));
-    PeerCatch frames(*pair_, false, "192.0.2.90");
+    vyrtest::PeerCatch frames(*pair_, false, "192.0.2.90");
     ASSERT_TRUE(frames.ok());
     const std::string lock = "<lock><short>" + std::to_string(lockshort) + "</short></lock>";
     env_.WriteConfig(

@@ -1,17 +1,29 @@
 // The frames the agent puts on the wire, as the standards lay them out,
 // built here byte by byte and not from the agent's own structures: the
 // gratuitous ARP of RFC 826 / RFC 5227 and the unsolicited Neighbor
-// Advertisement of RFC 4861 with RFC 4443's checksum; and the frames of a
-// `tcpdump -xx` dump read back.
+// Advertisement of RFC 4861 with RFC 4443's checksum; the frames of a
+// `tcpdump -xx` dump read back, and those of one address caught on the peer.
 #pragma once
 
 #include <arpa/inet.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 
+#include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <cstdio>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "support/netns.h"
+#include "unique_fd.h"
 
 namespace vyrtest {
 
@@ -117,5 +129,60 @@ inline std::vector<Bytes> DumpedFrames(const std::string& dump, const char* kind
   }
   return frames;
 }
+
+// The announcements of one address as the peer's vb0 receives them (ARP
+// frames with the address as sender and target, or Neighbor Advertisements
+// for it), with their bytes and arrival times.
+class PeerCatch {
+ public:
+  PeerCatch(const NetnsPair& pair, bool ipv6, const char* addr) : ipv6_(ipv6) {
+    inet_pton(ipv6 ? AF_INET6 : AF_INET, addr, addr_);
+    const uint16_t type = ipv6 ? ETH_P_IPV6 : ETH_P_ARP;
+    ScopedNetns peer(pair.peer());
+    sock_.reset(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(type)));
+    sockaddr_ll where{};
+    where.sll_family = AF_PACKET;
+    where.sll_protocol = htons(type);
+    where.sll_ifindex = static_cast<int>(if_nametoindex("vb0"));
+    ok_ = peer.ok() && ::bind(sock_.get(), reinterpret_cast<const sockaddr*>(&where),
+                              sizeof where) == 0;
+    timeval stamp{};
+    ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);  // from now on frames are stamped on arrival
+  }
+  bool ok() const { return ok_; }
+
+  // Takes in what has arrived, waiting at most `limit` for `count` frames
+  // in all.
+  std::size_t WaitFor(std::size_t count, std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    do {
+      unsigned char buf[256];
+      ssize_t n;
+      while ((n = ::recv(sock_.get(), buf, sizeof buf, MSG_DONTWAIT)) > 0) {
+        if (!Ours(buf, static_cast<std::size_t>(n))) continue;
+        timeval stamp{};
+        ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);
+        frames.emplace_back(buf, buf + n);
+        times.push_back(static_cast<double>(stamp.tv_sec) + static_cast<double>(stamp.tv_usec) / 1e6);
+      }
+      if (times.size() >= count) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    } while (std::chrono::steady_clock::now() < deadline);
+    return times.size();
+  }
+
+  std::vector<Bytes> frames;
+  std::vector<double> times;  // arrival, seconds of the wall clock
+
+ private:
+  bool Ours(const unsigned char* f, std::size_t n) const {
+    if (ipv6_) return n >= 78 && f[20] == 58 && f[54] == 136 && std::memcmp(f + 62, addr_, 16) == 0;
+    return n >= 42 && std::memcmp(f + 28, addr_, 4) == 0 && std::memcmp(f + 38, addr_, 4) == 0;
+  }
+  bool ipv6_;
+  unsigned char addr_[16] = {};
+  vyr::UniqueFd sock_;
+  bool ok_ = false;
+};
 
 }  // namespace vyrtest
