@@ -59,8 +59,8 @@ class PingTest : public ::testing::Test {
   VIP_INFO info_{};
 };
 
-// Per address an answer is 15 (event 10 when activating), a failed run 2, no
-// command 13. The last failure in address order wins; forcing makes it 0
+// Per address an answer is 15 (event 10 when activating), a failed run 2, a
+// run whose process group dies by a signal 11, no command 13. The last failure in address order wins; forcing makes it 0
 // with event 11 when activating.
 TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
   const char* kUsed = "IP address was already used.";
@@ -79,14 +79,15 @@ TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
       {{"192.0.2.3", "192.0.2.4"}, 0, 0, 2, 0, "", {}},
       {{"192.0.2.5"}, 1, 0, 1, 0, "", {"[event 10] 192.0.2.5", "[event 11] 192.0.2.5"}},
       {{"192.0.2.5"}, 1, 1, 1, 15, kUsed, {}},
+      {{"192.0.2.9"}, 0, 0, 1, 11, "Internal error. (status=11)", {}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.addrs[0] << " force " << c.force << " act " << c.act);
     vyrtest::TraceCapture log;
     vip_clear_shmbuf();
     SetPing(
-        "case \"$3\" in 192.0.2.5) exit 0;; 192.0.2.2) exit 2;; 192.0.2.?) exit 1;; *) exit 2;;"
-        " esac");
+        "case \"$3\" in 192.0.2.5) exit 0;; 192.0.2.2) exit 2;; 192.0.2.9) kill -SEGV 0; sleep 5;;"
+        " 192.0.2.?) exit 1;; *) exit 2;; esac");
     info_.pingforce = c.force;
     actflag = c.act;
     EXPECT_EQ(FanOut(c.addrs), c.want);
