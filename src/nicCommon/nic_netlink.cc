@@ -37,6 +37,9 @@ struct Request {
   };
   char attrs[256];
 };
+// The largest request, an IPv4 add, carries five attributes of at most 16
+// bytes and the label: AddAttr needs no bound check.
+static_assert(sizeof(Request::attrs) >= 5 * RTA_SPACE(16) + RTA_SPACE(VIP_NAME_LEN));
 
 void StartRequest(Request* req, uint16_t type, uint16_t flags, size_t body) {
   std::memset(req, 0, sizeof *req);
