@@ -33,8 +33,18 @@ inline constexpr unsigned char kEtherArp[2] = {0x08, 0x06};
 inline constexpr unsigned char kEtherIpv6[2] = {0x86, 0xdd};
 // Ethernet's shortest frame without the check sequence: ARP is padded to it.
 inline constexpr std::size_t kEtherMinFrame = 60;
-// Offsets in an ARP frame: the operation's low byte.
+// Offsets in an ARP frame: the operation's low byte, the sender's and the
+// target's IPv4 address; its length without padding.
 inline constexpr std::size_t kArpOpLow = 21;
+inline constexpr std::size_t kArpSenderIp = 28;
+inline constexpr std::size_t kArpTargetIp = 38;
+inline constexpr std::size_t kArpFrameLen = 42;
+// Offsets in an IPv6 frame: the next header, the ICMPv6 type, an
+// advertisement's target.
+inline constexpr std::size_t kIpv6NextHeader = 20;
+inline constexpr unsigned char kIcmp6 = 58;
+inline constexpr std::size_t kIcmp6Type = 54;
+inline constexpr std::size_t kAdvertTarget = 62;
 inline constexpr int kArpRequest = 1;
 inline constexpr int kArpReply = 2;
 // ICMPv6 type of a Neighbor Advertisement, its "override" flag, the option
@@ -89,7 +99,7 @@ inline Bytes NeighborAdvert(const std::string& mac, const std::string& source,
                             const char* target) {
   Bytes f = {0x33, 0x33, 0, 0, 0, 1};
   Append(&f, MacBytes(mac));
-  Append(&f, {kEtherIpv6[0], kEtherIpv6[1], 0x60, 0, 0, 0, 0, 32, 58, kNdHopLimit});
+  Append(&f, {kEtherIpv6[0], kEtherIpv6[1], 0x60, 0, 0, 0, 0, 32, kIcmp6, kNdHopLimit});
   Append(&f, AddrBytes(source.c_str()));
   Append(&f, AddrBytes("ff02::1"));
   Append(&f, {kIcmp6Advert, 0, 0, 0, kAdvertOverride, 0, 0, 0});
@@ -176,8 +186,12 @@ class PeerCatch {
 
  private:
   bool Ours(const unsigned char* f, std::size_t n) const {
-    if (ipv6_) return n >= 78 && f[20] == 58 && f[54] == 136 && std::memcmp(f + 62, addr_, 16) == 0;
-    return n >= 42 && std::memcmp(f + 28, addr_, 4) == 0 && std::memcmp(f + 38, addr_, 4) == 0;
+    if (ipv6_) {
+      return n >= kAdvertTarget + 16 && f[kIpv6NextHeader] == kIcmp6 &&
+             f[kIcmp6Type] == kIcmp6Advert && std::memcmp(f + kAdvertTarget, addr_, 16) == 0;
+    }
+    return n >= kArpFrameLen && std::memcmp(f + kArpSenderIp, addr_, 4) == 0 &&
+           std::memcmp(f + kArpTargetIp, addr_, 4) == 0;
   }
   bool ipv6_;
   unsigned char addr_[16] = {};
