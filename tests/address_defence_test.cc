@@ -193,8 +193,7 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
 TEST_F(Defence, DadFailureTakesTheAddressAway) {
   ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv6.icmp.echo_ignore_all=1 && "
                              "ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
-  const std::string claimed =
-      "2001:db8::40 is already exist.(macaddr : " + pair_->PeerMac() + ")";
+  const std::string claimed = "2001:db8::40 is already exist.(macaddr : " + pair_->PeerMac() + ")";
   // clang-format off
   RunSteps({
       {.mode = "--active", .rsc = "dadprobe",
@@ -224,6 +223,40 @@ TEST_F(Defence, DadPassesForAFreeAddress) {
        .desc = "Success.", .shown = "2001:db8::42/64", .log = "vip_dad_probe(2001:db8::42) OK."}});
   // clang-format on
   EXPECT_FALSE(Contains(Addrs("-6"), "tentative")) << Addrs("-6");
+}
+
+// After a removal the agent asks the link who still has the address: the
+// peer holding it too is named in a warning, or fails the deactivation with
+// 25 under check/ping/error; nobody answering is the confirmation. IPv4 and
+// IPv6 alike.
+TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
+  const std::string peer = pair_->PeerMac();
+  const std::string check = "<check><ping><execute>0</execute>%s</ping><arp><timeout>200</timeout>"
+                            "</arp></check>";
+  auto checks = [&check](const char* more) {
+    char text[256];
+    std::snprintf(text, sizeof text, check.c_str(), more);
+    return std::string(text);
+  };
+  const std::string warned = "deact check arp: 192.0.2.80 still answers. (MAC=" + peer + ")";
+  const std::string warned6 = "deact check arp: 2001:db8::80 still answers. (MAC=" + peer + ")";
+  // clang-format off
+  RunSteps({
+      {.setup = "agent_has 192.0.2.80 va0:8 && peer_has 192.0.2.80", .mode = "--deactive",
+       .rsc = "warned", .params = OnVa0("192.0.2.80/24", checks("")), .desc = "Success.",
+       .gone = "192.0.2.80", .log = warned.c_str()},
+      {.setup = "agent_has 192.0.2.80 va0:8", .mode = "--deactive", .rsc = "failed",
+       .params = OnVa0("192.0.2.80/24", checks("<error>1</error>")), .code = 25,
+       .desc = "Internal error. (status=25)", .gone = "192.0.2.80", .log = warned.c_str()},
+      {.setup = "ip -n $P addr del 192.0.2.80/24 dev vb0 && agent_has 192.0.2.80 va0:8",
+       .mode = "--deactive", .rsc = "failed", .desc = "Success.", .gone = "192.0.2.80",
+       .log = "deact check arp OK"},
+      {.setup = "ip -n $A -6 addr add 2001:db8::80/64 dev va0 nodad && "
+                "ip -n $P -6 addr add 2001:db8::80/64 dev vb0 nodad",
+       .mode = "--deactive", .rsc = "warned6", .params = OnVa0("2001:db8::80/64", checks("")),
+       .desc = "Success.", .gone = "2001:db8::80", .log = warned6.c_str()},
+  });
+  // clang-format on
 }
 
 // The advertisements the peer catches, byte by byte, and its neighbour entry

@@ -1,11 +1,11 @@
 // Check mode for the settings that defend the address (the advertisement
 // count, the DAD wait, the times of the ARP probe and of the agent's own
-// duplicate detection, the announcements' pace and the short critical
-// section) and for those of its change through rtnetlink (ipaddr/...).
-// Each is optional (a missing one keeps its default and is no finding); a
-// number that is set must be inside the range the resource type's policy
-// gives it, a label a short legal name and a broadcast address "none" or an
-// IPv4 address.
+// duplicate detection, the announcements' pace, the short critical section
+// and the time of the link check after a removal) and for those of its
+// change through rtnetlink (ipaddr/...). Each is optional (a missing one
+// keeps its default and is no finding); a number that is set must be inside
+// the range the resource type's policy gives it, a label a short legal name
+// and a broadcast address "none" or an IPv4 address.
 #include <arpa/inet.h>
 
 #include <cstdio>
@@ -35,6 +35,7 @@ constexpr numeric_param kDefence[] = {
     {"No Prefix Route", "/root/resource/vip@%s/parameters/ipaddr/noprefixroute", "11"},
     {"Preferred Lifetime", "/root/resource/vip@%s/parameters/ipaddr/preferred_lft", "12"},
     {"No Label", "/root/resource/vip@%s/parameters/ipaddr/nolabel", "11"},
+    {"ARP Check Timeout", "/root/resource/vip@%s/parameters/check/arp/timeout", "13"},
 };
 // The longest label: the shortest interface name and the ':' leave 13 of
 // the kernel's 15 characters. The run checks the whole name.

@@ -10,6 +10,7 @@
 #include "vip/base/globals.h"
 #include "vip/address/ipaddr_change.h"
 #include "vip/defence/announce.h"
+#include "vip/defence/lan_query.h"
 #include "vip/defence/ping.h"
 #include "vip/sequence/sequence_util.h"
 #include "vip/base/status.h"
@@ -119,6 +120,35 @@ int ConfirmByProbe(VIP_INFO* info) {
                             info->checkpierror, vyr::status::kStillAnswers);
 }
 
+// Asks the link once, for checkarptout ms, whether anyone still answers at
+// the address: an answer is handled as the ping confirmation's retries
+// running out. A query that cannot be made proves nothing either way: a
+// warning. 0 or 25.
+int ConfirmByArp(VIP_INFO* info) {
+  if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
+    TRACE(TRACE_INFO, "deact check arp skip, because npsimu is enabled.");
+    return 0;
+  }
+  TRACE(TRACE_DETAIL, "deact check arp start.");
+  char mac[32] = {};
+  const int ret =
+      vip_lan_query(info->ifname, info->addr, info->checkarptout, false, mac, sizeof mac);
+  if (ret == 0) {
+    TRACE(TRACE_DETAIL, "deact check arp OK");
+    return 0;
+  }
+  if (ret != vyr::status::kInUse) {
+    TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", info->addr, ret);
+    return 0;
+  }
+  if (info->checkpierror == 0) {
+    TRACE(TRACE_WARNING, "deact check arp: %s still answers. (MAC=%s)", info->addr, mac);
+    return 0;
+  }
+  TRACE(TRACE_ERROR, "deact check arp: %s still answers. (MAC=%s)", info->addr, mac);
+  return vyr::Fail(vyr::status::kStillAnswers);
+}
+
 // Inside the critical section: the listing, the presence test and the
 // removal.
 int RemoveLocked(Deactivation& run) {
@@ -160,7 +190,11 @@ int ConfirmRemoval(Deactivation& run) {
     int ret = ConfirmByListing(run);
     if (ret != 0) return ret;
   }
-  if (run.info->checkpiexec != 0) return ConfirmByProbe(run.info);
+  if (run.info->checkpiexec != 0) {
+    int ret = ConfirmByProbe(run.info);
+    if (ret != 0) return ret;
+  }
+  if (run.info->checkarptout > 0) return ConfirmByArp(run.info);
   return 0;
 }
 
