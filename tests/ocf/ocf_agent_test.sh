@@ -197,20 +197,18 @@ while IFS= read -r row; do
 done <<END
 # The defaults: explicit prefix from the connected route, never /0; one info
 # line each; the defaults fit 20 s.
-0 198.51.100.10/24@vo0* v4 start ip=198.51.100.10 nic=vo0 | start: added 198.51.100.10/24 on vo0
-0 198.51.100.10/24@vo0* v4 monitor ip=198.51.100.10 nic=vo0 | !timeout
+0 198.51.100.10/24@vo0 v4 start ip=198.51.100.10 nic=vo0 | start: added 198.51.100.10/24 on vo0 with no label
+0 198.51.100.10/24@vo0 v4 monitor ip=198.51.100.10 nic=vo0 | !timeout
 0 - v4 stop ip=198.51.100.10 nic=vo0 | stop: removed 198.51.100.10/24 on vo0
-needs=ipaddr/nolabel 0 198.51.100.11/24@vo0 v4n start ip=198.51.100.11 | with no label
-needs=ipaddr/nolabel 0 - v4n stop ip=198.51.100.11
 0 2001:db8::10/64@vo0 v6 start ip=2001:db8::10 nic=vo0 | Neighbor Solicitation probe of 200 ms
 0 - v6 stop ip=2001:db8::10
 # nic from the most specific connected route; cidr_netmask, dotted too.
-0 203.0.113.200/25@vo3* auto start ip=203.0.113.200 | !timeout
+0 203.0.113.200/25@vo3 auto start ip=203.0.113.200 | !timeout
 0 - auto stop ip=203.0.113.200
-0 203.0.113.10/28@vo2* mask start ip=203.0.113.10 cidr_netmask=255.255.255.240
+0 203.0.113.10/28@vo2 mask start ip=203.0.113.10 cidr_netmask=255.255.255.240
 0 - mask stop ip=203.0.113.10 cidr_netmask=255.255.255.240
-needs=ipaddr/label 0 198.51.100.12/24@vo0:web lbl start ip=198.51.100.12 nic=vo0 iflabel=web
-needs=ipaddr/label 0 - lbl stop ip=198.51.100.12 nic=vo0 iflabel=web
+0 198.51.100.12/24@vo0:web lbl start ip=198.51.100.12 nic=vo0 iflabel=web
+0 - lbl stop ip=198.51.100.12 nic=vo0 iflabel=web
 0 198.51.100.13/24@vo0:3 alias start ip=198.51.100.13 nic=vo0:3 | as vo0:3
 0 - alias stop ip=198.51.100.13 nic=vo0:3
 # What depends on this node is not OCF_ERR_CONFIGURED.
@@ -224,36 +222,41 @@ needs=ipaddr/label 0 - lbl stop ip=198.51.100.12 nic=vo0 iflabel=web
 1 - dup start ip=198.51.100.20 nic=vo0 | IP address was already used.
 # Any Pacemaker id; into a named namespace; the deep monitor finds a second
 # holder that appears later.
-0 198.51.100.14/24@vo0* ip-198.51.100.14-webshop-production start ip=198.51.100.14 | is ip-198.51.100.14-websh-
+0 198.51.100.14/24@vo0 ip-198.51.100.14-webshop-production start ip=198.51.100.14 | is ip-198.51.100.14-websh-
 0 - ip-198.51.100.14-webshop-production stop ip=198.51.100.14
-0 198.51.100.15/24@vo0* nsvip start ip=198.51.100.15 $ns | in network namespace $node
-needs=lanprobe 0 198.51.100.15/24@vo0* nsvip monitor ip=198.51.100.15 $ns depth=10
+0 198.51.100.15/24@vo0 nsvip start ip=198.51.100.15 $ns | in network namespace $node
+needs=lanprobe 0 198.51.100.15/24@vo0 nsvip monitor ip=198.51.100.15 $ns depth=10
 needs=lanprobe 1 * +peer=198.51.100.15/24 nsvip monitor ip=198.51.100.15 $ns depth=10 | $peer_mac
-0 198.51.100.15/24@vo0* nsvip monitor ip=198.51.100.15 $ns
+0 198.51.100.15/24@vo0 nsvip monitor ip=198.51.100.15 $ns
 0 - nsvip stop ip=198.51.100.15 $ns
 # IPaddr2's parameters that vyrvip does not serve; settings that cannot fit.
 0 * warn validate-all ip=198.51.100.16 lvs_support=true flush_routes=false | lvs_support=true is ignored
 0 * warn validate-all ip=198.51.100.16 flush_routes=false | !ignored
-0 198.51.100.16/24@vo0* slow start ip=198.51.100.16 ifconfig_use=0 ifconfig_timeout=30 run_arping=0 | start timeout of 20s is shorter than the 60s
+0 198.51.100.16/24@vo0 slow start ip=198.51.100.16 ifconfig_use=0 ifconfig_timeout=30 run_arping=0 | start timeout of 20s is shorter than the 60s
 0 - slow stop ip=198.51.100.16 check_ping_execute=1 | stop timeout of 20s is shorter than the 23s
 END
 ip -n "$peer" addr flush dev vo1
 
-# What the configuration file hands the program, and what stays after stop.
+# What the configuration file hands the program, as the program's trace log
+# shows it read; the file goes with the stop.
 conf=$HA_RSCTMP/vyrvip/v4.xml
+log=$VYR_LOG_DIR/vip.log
+from=$(($(wc -l <"$log") + 1))
 ocf v4 start ip=198.51.100.10 nic=vo0 arp_retry=2 run_arping=no nodad=1 preferred_lft=0 broadcast=-
 expect "start with settings" 0 "$rc"
 expect "configuration file mode and owner" "600 root" "$(stat -c '%a %U' "$conf" 2>&1)"
-value() { xmllint --xpath "string(//vip/$1)" "$conf"; }
-expect "settings handed over" "198.51.100.10/24 vo0 2 200 0 1 1 none 0 1 1 200" \
-	"$(for p in server/parameters/ip server/parameters/ifname parameters/arp/retry parameters/arp/interval \
-		parameters/arpprobe/timeout parameters/ipaddr/netlink parameters/ipaddr/nodad parameters/ipaddr/broadcast \
-		parameters/ipaddr/preferred_lft parameters/lock/short parameters/arp/background parameters/check/arp/timeout; do
-		echo -n "$(value "$p") "
-	done | sed 's/ $//')"
+expect "address and interface handed over" "198.51.100.10/24 vo0" \
+	"$(xmllint --xpath 'concat(//server/parameters/ip, " ", //server/parameters/ifname)' "$conf")"
 ocf v4 stop ip=198.51.100.10 nic=vo0
 expect "stop" 0 "$rc"
 [ ! -e "$conf" ] || fail "configuration file left after stop"
+trace=$(tail -n "+$from" "$log")
+for line in 'arp        = cmd:arp,num:2,' 'defence    = na:2,dad:2000,arpprobe:0,dadprobe:200' \
+	'announce   = itv:200,bg:1' 'lock       = short:1' 'ifconfig   = cmd:ifconfig,to:2' 'chk arp    = to:200' \
+	'ipaddr     = netlink:1,nodad:1,noprefixroute:0,preferred_lft:0,nolabel:1,label:,broadcast:none' \
+	'ping       = cmd:bin/vyrping,to:0,' 'chk ping   = exec:0,'; do
+	grep -qF -e "$line" <<<"$trace" || fail "not in the trace log: $line"
+done
 expect "stored description" "$(printf 'pacemaker\tvip\tv4\tSuccess.')" "$("$prefix/bin/vyrctl" status | grep -P '\tv4\t')"
 expect "a long id's row" 1 "$("$prefix/bin/vyrctl" status | grep -cP '\tip-198\.51\.100\.14-websh-[0-9a-f]{8}\t')"
 
@@ -286,7 +289,7 @@ expect "shell word in nic" 6 "$rc"
 ocf vipbad start "ip=198.51.100.41\$(touch $work/injected)" nic=vo0
 expect "shell word in ip" 6 "$rc"
 ocf "vip\$(touch $work/injected)" start ip=198.51.100.41 nic=vo0 ping_timeout=0
-expect "shell word in the resource name: started under a mapped name" "0 198.51.100.41/24@vo0" "$rc $(where 198.51.100.41 | cut -d: -f1)"
+expect "shell word in the resource name: started under a mapped name" "0 198.51.100.41/24@vo0" "$rc $(where 198.51.100.41)"
 ocf "vip\$(touch $work/injected)" stop ip=198.51.100.41 nic=vo0
 [ ! -e "$work/injected" ] || fail "a parameter reached a shell"
 # A probe on a node without the interface finds the address stopped; a stop
