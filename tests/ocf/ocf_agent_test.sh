@@ -253,7 +253,7 @@ expect "stop" 0 "$rc"
 trace=$(tail -n "+$from" "$log")
 for line in 'arp        = cmd:arp,num:2,' 'defence    = na:2,dad:2000,arpprobe:0,dadprobe:200' \
 	'announce   = itv:200,bg:1' 'lock       = short:1' 'ifconfig   = cmd:ifconfig,to:2' 'chk arp    = to:200' \
-	'ipaddr     = netlink:1,nodad:1,noprefixroute:0,preferred_lft:0,nolabel:1,label:,broadcast:none' \
+	'ipaddr     = netlink:1,nodad:0,noprefixroute:0,preferred_lft:0,nolabel:1,label:,broadcast:none' \
 	'ping       = cmd:bin/vyrping,to:0,' 'chk ping   = exec:0,'; do
 	grep -qF -e "$line" <<<"$trace" || fail "not in the trace log: $line"
 done
