@@ -10,8 +10,10 @@ the section over when it rewrites the file).
 """
 import os
 import platform
+import re
 import statistics
 import sys
+import time
 
 from benchlib import sh, steal_percent
 
@@ -86,6 +88,108 @@ ratio_target("one IPv4 address, standby: client answered from the new node", SB_
 ratio_target("one IPv4 address, holder SIGKILLed: client answered from the survivor", KILL_CLIENT,
              "vyrvip defaults", "IPaddr2 defaults", 1.1)
 
+
+
+def own_time(variant, n_starts=1, n_stops=1):
+    """What the agent's own actions of one move take: the medians of its
+    start and stop exec-times, or None."""
+    a, b = median(variant, START), median(variant, STOP)
+    if a is None or b is None:
+        return None
+    return a * n_starts + b * n_stops
+
+
+# Where the time of each target goes: the gap between the medians beside
+# the gap between the agents' own action times (Pacemaker's exec-time of
+# start and stop). What the actions do not explain lies outside the agent:
+# Pacemaker's and corosync's own steps, the load, the spread of the runs.
+gaps = []
+
+
+def gap(what, metric, ours, theirs, own_ours, own_theirs, own_what):
+    a, b = median(ours, metric), median(theirs, metric)
+    if a is None or b is None or own_ours is None or own_theirs is None:
+        return
+    gaps.append("%s: vyrvip's median is %+d ms from IPaddr2's; %s differ by %+d ms (vyrvip %d ms, "
+                "IPaddr2 %d ms)." % (what, a - b, own_what, own_ours - own_theirs, own_ours, own_theirs))
+
+
+gap("One IPv4 address by standby (client answered)", SB_CLIENT, "vyrvip defaults", "IPaddr2 defaults",
+    own_time("vyrvip defaults"), own_time("IPaddr2 defaults"), "the medians of stop + start")
+gap("One IPv4 address by kill (client answered)", KILL_CLIENT, "vyrvip defaults", "IPaddr2 defaults",
+    median("vyrvip defaults", START), median("IPaddr2 defaults", START), "the start medians")
+gap("One IPv6 address by standby (client answered)", SB_CLIENT, ONE_V6[1], ONE_V6[0],
+    own_time(ONE_V6[1]), own_time(ONE_V6[0]), "the medians of stop + start")
+gap("16 addresses by standby (last address up)", LAST, MANY[1], MANY[0],
+    own_time(MANY[1], 4, 4), own_time(MANY[0], 4, 4),
+    "four times the medians of stop + start (16 actions, 4 at a time a node)")
+
+
+
+def pacemaker_log(work):
+    """(epoch, node, text) of every line of both nodes' pacemaker logs."""
+    year = time.localtime().tm_year
+    lines = []
+    for n in (1, 2):
+        path = os.path.join(work, "node%d" % n, "log-pacemaker", "pacemaker.log")
+        if not os.path.exists(path):
+            continue
+        with open(path, errors="replace") as f:
+            for line in f:
+                m = re.match(r"(\w{3} +\d+ \d\d:\d\d:\d\d)\.(\d{3}) ", line)
+                if not m:
+                    continue
+                t = time.mktime(time.strptime("%d %s" % (year, m.group(1)), "%Y %b %d %H:%M:%S"))
+                lines.append((t + int(m.group(2)) / 1000.0, n, line))
+    lines.sort(key=lambda x: x[0])
+    return lines
+
+
+INITIATING = re.compile(r"Initiating (?:start|stop) operation (\S+_(?:start|stop)_0) (?:locally )?on (node\d)")
+CONFIRMED = re.compile(r"\((\S+_(?:start|stop)_0) on (node\d)\) confirmed")
+THROTTLE = re.compile(r"New throttle mode: (.*?) \(was")
+
+
+def move_figures(log, prefix, t0, t1):
+    """The most start and stop actions of resources PREFIX* that Pacemaker
+    had running at once between T0 and T1, and the throttle mode of each
+    node over that time."""
+    running, most = set(), 0
+    modes = {1: [], 2: []}
+    for t, n, line in log:
+        if t > t1:
+            break
+        m = THROTTLE.search(line)
+        if m:
+            if t <= t0:
+                modes[n] = [m.group(1)]
+            else:
+                modes[n].append(m.group(1))
+            continue
+        if t < t0:
+            continue
+        m = INITIATING.search(line)
+        if m and m.group(1).startswith(prefix):
+            running.add(m.groups())
+            most = max(most, len(running))
+            continue
+        m = CONFIRMED.search(line)
+        if m and m.group(1).startswith(prefix):
+            running.discard(m.groups())
+    throttle = "; ".join("node%d %s" % (n, " then ".join(modes[n]) or "none logged") for n in (1, 2))
+    return most, throttle
+
+
+moves = []
+path = os.path.join(work, "moves.tsv")
+if os.path.exists(path):
+    log = pacemaker_log(work)
+    with open(path) as f:
+        for line in f:
+            variant, prefix, t0, t1 = line.rstrip("\n").split("\t")
+            most, throttle = move_figures(log, prefix, float(t0), float(t1))
+            moves.append((variant, most, throttle))
+
 # The ARP probe against a holder that answers after a delay.
 catch = {"holder": [], "free": []}
 path = os.path.join(work, "arpcatch.tsv")
@@ -151,6 +255,12 @@ md.append("|---|---|---|---|---|---|")
 for row in targets:
     md.append("| %s |" % " | ".join(row))
 md.append("")
+if gaps:
+    md.append("Where the time goes:")
+    md.append("")
+    for g in gaps:
+        md.append("- " + g)
+    md.append("")
 md.append("### One IPv4 address")
 md.append("")
 md.append("Each round moves each resource in turn (the order rotates from round to round; only "
@@ -170,11 +280,11 @@ md.append("")
 md.append("\"IPaddr2 defaults\" and \"vyrvip defaults\" are both agents as installed. \"vyrvip\" "
           "is compared with \"IPaddr2\" like for like: what IPaddr2 does not do is switched off "
           "in vyrvip, that is the duplicate probes before start (`ping_timeout=0`, "
-          "`arpprobe_timeout=0`) and the ping that confirms the removal at stop "
+          "`arpprobe_timeout=0`) and the check that confirms the removal at stop "
           "(`check_ping_execute=0`, with `check_arp_timeout=0` where the agent has that "
-          "setting), and both send one gratuitous ARP frame (`arp_count=1`, "
-          "`arp_retry=1`). \"vyrvip, stop confirmed\" turns the stop confirmation back on, "
-          "as the defaults have it.")
+          "setting), and both send one gratuitous ARP frame (`arp_count=1` for both). "
+          "\"vyrvip, stop confirmed\" turns the stop confirmation back on, as the defaults "
+          "have it. The exact parameters are under Commands below.")
 md.append("")
 md += table(ONE_V4, (SB_ADDR, SB_CLIENT, KILL_ADDR, KILL_CLIENT, START, STOP))
 md.append("")
@@ -192,6 +302,18 @@ md.append("The 16 resources start on one node (the other stands by meanwhile), t
           "Pacemaker runs up to 4 actions at a time on a two-core node.")
 md.append("")
 md += table(MANY, (FIRST_GONE, LAST_GONE, FIRST_UP, LAST, SETTLED, START, STOP))
+if moves:
+    md.append("")
+    md.append("Pacemaker runs fewer actions at once when the load average is high (its throttle: "
+              "`node-action-limit` actions a node with none, down to one at \"medium\" load and "
+              "above). The load average is the machine's, so the other work on it counts. Each move, "
+              "from the nodes' pacemaker logs (the throttle mode logged last before the move, then "
+              "any change during it):")
+    md.append("")
+    md.append("| move | actions running at once, at most | throttle |")
+    md.append("|---|---|---|")
+    for variant, most, throttle in moves:
+        md.append("| %s | %d | %s |" % (variant, most, throttle))
 md.append("")
 md.append("### The ARP probe against a slow holder (`bench/arp_catch`)")
 md.append("")

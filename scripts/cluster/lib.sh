@@ -567,8 +567,27 @@ cl_diagnose() {
   done
 }
 
+# Every process in one of the nodes' network namespaces, the nodes that
+# died before included: besides the nodes' own processes, the nsenter
+# parents of the commands run in them, which sit outside the nodes' PID
+# namespaces.
+cl_netns_procs() {
+  local p ns n
+  for p in /proc/[0-9]*; do
+    ns=$(readlink "$p/ns/net" 2>/dev/null) || continue
+    for n in "${CL_NSALL[@]}"; do
+      if [ "$ns" = "$n" ]; then
+        echo "${p#/proc/}"
+        break
+      fi
+    done
+  done
+  return 0
+}
+cl_netns_empty() { [ -z "$(cl_netns_procs)" ]; }
+
 # Removes the nodes, the bridge namespace and the work folder (kept for a
-# failed run when CL_KEEP is set).
+# failed run when CL_KEEP is set, for every run when it is "always").
 cl_teardown() {
   local rc=${1:-0} errexit=0
   [[ $- == *e* ]] && errexit=1
@@ -583,6 +602,12 @@ cl_teardown() {
     cl_wait 20 cl_node_empty "$n" || cl_log "node$n still has processes: $(cl_node_procs "$n")"
   done
   for p in "${CL_BG[@]}"; do kill "$p" 2>/dev/null; done
+  # Whatever is still in a node's network namespace is this harness's own.
+  for p in $(cl_netns_procs); do
+    cl_log "ending $p ($(tr '\0' ' ' <"/proc/$p/cmdline" 2>/dev/null | cut -c1-60)), left in a node's namespace"
+    kill -KILL "$p" 2>/dev/null
+  done
+  cl_wait 20 cl_netns_empty || cl_log "still in the nodes' namespaces: $(cl_netns_procs)"
   # Background pipelines leave their other members (tcpdump, ping) in the
   # bridge namespace: ip netns pids names them all.
   if [ -n "${CL_BR:-}" ] && ip netns list 2>/dev/null | grep -w "$CL_BR" >/dev/null; then
@@ -591,7 +616,7 @@ cl_teardown() {
   fi
   # Only this harness's own jobs: a caller's background work is its own.
   for p in "${CL_BG[@]}"; do wait "$p" 2>/dev/null; done
-  if [ -n "${CL_KEEP:-}" ] && [ "$rc" -ne 0 ]; then
+  if [ -n "${CL_KEEP:-}" ] && { [ "$rc" -ne 0 ] || [ "$CL_KEEP" = always ]; }; then
     touch "$CL_WORK/.kept"
     cl_log "work folder kept: $CL_WORK"
   else
@@ -604,15 +629,12 @@ cl_teardown() {
 # After cl_teardown: nothing of this run is left. Prints what is left and
 # fails when something is.
 cl_check_clean() {
-  local left="" p ns n
+  local left="" p
   [ -n "${CL_KEEP:-}" ] || [ ! -e "$CL_WORK" ] || left+="work folder $CL_WORK; "
   ip netns list 2>/dev/null | grep -w "$CL_BR" >/dev/null && left+="namespace $CL_BR; "
   grep -q "vyrcl-$CL_TAG-$$" /proc/self/mountinfo && left+="mounts; "
-  for p in /proc/[0-9]*; do
-    ns=$(readlink "$p/ns/net" 2>/dev/null) || continue
-    for n in "${CL_NSALL[@]}"; do
-      [ "$ns" = "$n" ] && left+="process ${p#/proc/} in a node's namespace; "
-    done
+  for p in $(cl_netns_procs); do
+    left+="process $p ($(tr '\0' ' ' <"/proc/$p/cmdline" 2>/dev/null | cut -c1-60)) in a node's namespace; "
   done
   if pgrep -f "vyrcl-$CL_TAG-$$" >/dev/null; then left+="processes naming the work folder; "; fi
   [ -z "$left" ] || {
