@@ -259,6 +259,51 @@ TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
   // clang-format on
 }
 
+// The deep monitor's question: the peer holding the address too is named on
+// standard output with 15, IPv4 and IPv6; an address that only this side
+// holds gives 0 and, with -n, gratuitous ARP frames caught on the peer; a
+// missing interface gives 2, a malformed command line 4.
+TEST_F(Defence, LanprobeNamesASecondHolder) {
+  env_.WriteConfig("", vyrtest::kCommon);
+  ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.95/24 dev va0 && "
+                              "ip addr add 192.0.2.96/24 dev va0 label va0:6 && "
+                              "ip -6 addr add 2001:db8::95/64 dev va0 nodad && "
+                              "ip -6 addr add 2001:db8::96/64 dev va0 nodad"));
+  ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.95/24 dev vb0 && "
+                             "ip -6 addr add 2001:db8::95/64 dev vb0 nodad"));
+  const std::string named = "IP address was already used. (MAC=" + pair_->PeerMac() + ")\n";
+  vyrtest::PeerCatch frames(*pair_, false, "192.0.2.96");
+  ASSERT_TRUE(frames.ok());
+  const struct {
+    const char* args;
+    int code;
+    std::string out;
+  } cases[] = {
+      {"-a 192.0.2.95/24 -i va0", 15, named},
+      {"-a 2001:db8::95 -i va0 -w 300", 15, named},
+      {"-a 192.0.2.96 -i va0:6 -n 3", 0, ""},
+      {"-a 2001:db8::96 -i va0", 0, ""},
+      {"-a 192.0.2.96 -i va9", 2, "LAN probe could not run. (ret=20)\n"},
+      {"-a 192.0.2.960 -i va0", 4, "Option was invalid.\n"},
+      {"-a 192.0.2.96 -i va0 -w 0", 4, "Option was invalid.\n"},
+  };
+  for (const auto& c : cases) {
+    std::string out;
+    EXPECT_EQ(c.code, env_.Vyrvip(pair_->agent(), std::string("--lanprobe ") + c.args, &out))
+        << c.args << "\n" << env_.Log();
+    EXPECT_EQ(c.out, out) << c.args;
+  }
+  EXPECT_TRUE(Contains(env_.Log(), "192.0.2.95 is already exist.(macaddr : " + pair_->PeerMac()));
+  ASSERT_EQ(frames.WaitFor(3, std::chrono::seconds(5)), 3u);
+  for (std::size_t i = 0; i < frames.frames.size(); ++i) {
+    EXPECT_EQ(frames.frames[i],
+              vyrtest::GratuitousArp(pair_->AgentMac(), "192.0.2.96", vyrtest::kArpRequest));
+    if (i > 0) {
+      EXPECT_GE(frames.times[i] - frames.times[i - 1], 0.19);
+    }
+  }
+}
+
 // The advertisements the peer catches, byte by byte, and its neighbour entry
 // for the address, which had another MAC: it follows the agent with
 // advertisements and stays where it was without them. One that cannot be

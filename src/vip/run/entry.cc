@@ -18,6 +18,7 @@
 #include "vip/check/checkrun.h"
 #include "vip/check/chkconf.h"
 #include "vip/run/cmdline.h"
+#include "vip/run/lanprobe.h"
 #include "vip/settings/config.h"
 #include "vip/sequence/deactivate.h"
 #include "vip/base/globals.h"
@@ -190,6 +191,15 @@ void ResourceMode(Run& run, int argc, char** argv) {
   run.ret = RunWithRecord(argc, argv, run.record.get());
 }
 
+// --lanprobe: root only; the configuration, when it loads, gives the trace
+// log its level, and without one the probe runs untraced.
+void LanprobeMode(Run& run, int argc, char** argv) {
+  run.ret = Init(run);
+  if (run.ret == kNotRoot) return;
+  vip_clear_shmbuf();
+  run.ret = vip_lanprobe_main(argc, argv);
+}
+
 void CheckMode(Run& run, int argc, char** argv) {
   run.check_mode = true;
   if (Init(run) != 0) {
@@ -262,6 +272,8 @@ int vip_main(int argc, char** argv) {
     run.early = VIP_EARLY::kNoMode;
   } else if (vyr::EqualsNoCase(argv[1], "--test")) {
     CheckMode(run, argc, argv);
+  } else if (vyr::EqualsNoCase(argv[1], "--lanprobe")) {
+    LanprobeMode(run, argc, argv);
   } else {
     ResourceMode(run, argc, argv);
   }
