@@ -4,12 +4,12 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tracersc/tracersc.h"
 #include "vip/base/status.h"
 #include "vip/defence/advertise.h"
+#include "vip/defence/announce.h"
 #include "vip/defence/arp.h"
 #include "vip/defence/claim_watch.h"
 
@@ -86,14 +86,27 @@ int Query(const char* ifname, const vyr::LinkTarget& target, int window_ms, bool
 }
 
 int Announce(const char* ifname, const vyr::LinkTarget& target, int count, int interval_ms) {
-  vyr::ClaimWatch watch;
-  int ret = watch.Open(ifname, target, vyr::Claims::kAnswers);
-  if (ret != 0) return ret;
+  vyr::UniqueFd sock = vyr::OpenPacketSocket();
+  if (!sock) {
+    TRACE(TRACE_ERROR, "socket() failed. (errno=%d)", errno);
+    return vyr::kRawSocketFailed;
+  }
+  vyr::AnnounceTarget where;
+  where.device = ifname;
+  where.ipv6 = target.ipv6;
+  where.v4 = target.v4;
+  where.v6 = target.v6;
+  unsigned char mac[vyr::kMacLen] = {};
+  where.ifindex = vyr::LinkIndex(sock.get(), ifname);
+  if (where.ifindex == 0 || !vyr::LinkMac(sock.get(), ifname, mac)) {
+    TRACE(TRACE_ERROR, "ioctl(%s) failed. (errno=%d)", ifname, errno);
+    return vyr::kRawNoInterface;
+  }
   vyr::ns_frame buffer;
   std::size_t len = 0;
   if (!target.ipv6) {
     vdevinfo self{};
-    std::memcpy(self.macaddr, watch.mac(), vyr::kMacLen);
+    std::memcpy(self.macaddr, mac, vyr::kMacLen);
     self.nipel.addr = target.v4;
     arp_packet pkt;
     vip_fill_arp_packet(&self, kArpRequest, &pkt);
@@ -107,14 +120,15 @@ int Announce(const char* ifname, const vyr::LinkTarget& target, int count, int i
     }
     static_assert(sizeof(na_frame) == sizeof(vyr::ns_frame));
     na_frame na;
-    vip_fill_na_frame(watch.mac(), source, target.v6, &na);
+    vip_fill_na_frame(mac, source, target.v6, &na);
     std::memcpy(&buffer, &na, sizeof na);
     len = sizeof na;
   }
-  for (int i = 0; i < count; ++i) {
-    if (i > 0) std::this_thread::sleep_for(std::chrono::milliseconds(interval_ms));
-    ret = watch.Send(&buffer, len);
-    if (ret != 0) return ret;
+  vyr::AnnouncePace pace;
+  pace.interval_ms = interval_ms;
+  if (vyr::SendAnnouncements(sock.get(), where, &buffer, len, count, pace) != 0) {
+    TRACE(TRACE_ERROR, "sendto(%d) failed. (errno=%d)", sock.get(), errno);
+    return vyr::kRawSendFailed;
   }
   return 0;
 }
