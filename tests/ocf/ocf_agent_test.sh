@@ -162,9 +162,7 @@ expect "ocf-tester leaves the address off" - "$(where 198.51.100.10)"
 # Rows: OCF code, where the address is afterwards (a pattern of what `where`
 # prints; "*" not checked), optionally +peer=ADDR/PREFIX (the peer takes
 # that address first), resource, action, parameters; after " | " a text the
-# log or the exit reason must hold ("!text": must not hold). A row whose
-# first word is "needs=KEY" runs only when the program documents KEY (a
-# setting or mode that lands in the program separately). The peer holds
+# log or the exit reason must hold ("!text": must not hold). The peer holds
 # 198.51.100.20 throughout.
 ns=network_namespace=$node
 ip -n "$peer" addr add 198.51.100.20/24 dev vo1
@@ -174,11 +172,6 @@ while IFS= read -r row; do
 	want_text=
 	[ "$params" = "$row" ] || want_text=${row#* | }
 	read -ra words <<<"$params"
-	if [[ ${words[0]} == needs=* ]]; then
-		grep -qs -e "${words[0]#needs=}" "$source/docs/configuration.md" "$source"/docs/vyrvip.1* ||
-			{ echo "not yet in the program: $row"; continue; }
-		words=("${words[@]:1}")
-	fi
 	wanted=${words[0]} state=${words[1]}
 	if [[ ${words[2]} == +peer=* ]]; then
 		ip -n "$peer" addr add "${words[2]#+peer=}" dev vo1
@@ -220,13 +213,14 @@ done <<END
 1 - taken start ip=198.51.100.31/24 nic=vo0:7 | exit status 28)
 # A holder on the LAN: the 200 ms ARP probe refuses.
 1 - dup start ip=198.51.100.20 nic=vo0 | IP address was already used.
-# Any Pacemaker id; into a named namespace; the deep monitor finds a second
-# holder that appears later.
+# Any Pacemaker id; into a named namespace; the deep monitor (and one that
+# re-announces) finds a second holder that appears later.
 0 198.51.100.14/24@vo0 ip-198.51.100.14-webshop-production start ip=198.51.100.14 | is ip-198.51.100.14-websh-
 0 - ip-198.51.100.14-webshop-production stop ip=198.51.100.14
 0 198.51.100.15/24@vo0 nsvip start ip=198.51.100.15 $ns | in network namespace $node
-needs=lanprobe 0 198.51.100.15/24@vo0 nsvip monitor ip=198.51.100.15 $ns depth=10
-needs=lanprobe 1 * +peer=198.51.100.15/24 nsvip monitor ip=198.51.100.15 $ns depth=10 | $peer_mac
+0 198.51.100.15/24@vo0 nsvip monitor ip=198.51.100.15 $ns depth=10
+1 * +peer=198.51.100.15/24 nsvip monitor ip=198.51.100.15 $ns depth=10 | $peer_mac
+1 * nsvip monitor ip=198.51.100.15 $ns arp_count_refresh=2 | $peer_mac
 0 198.51.100.15/24@vo0 nsvip monitor ip=198.51.100.15 $ns
 0 - nsvip stop ip=198.51.100.15 $ns
 # IPaddr2's parameters that vyrvip does not serve; settings that cannot fit.
