@@ -256,7 +256,14 @@ for row in targets:
     md.append("| %s |" % " | ".join(row))
 md.append("")
 if gaps:
-    md.append("Where the time goes:")
+    md.append("Where the time goes. A move by standby stops the address on the old node, then "
+              "starts it on the new one; vyrvip's stop at its defaults includes the window of its "
+              "ARP confirmation after the removal (`check_arp_timeout`) and its start the window of "
+              "its ARP probe before the address goes up (`arpprobe_timeout`; for IPv6 its own "
+              "duplicate detection, `dad_probe`), so both windows lie "
+              "on the path of every standby move, and the start's on the path of every kill. "
+              "IPaddr2 at its defaults has neither check. Beside each target, the gap of the "
+              "medians and the gap of the agents' own action times:")
     md.append("")
     for g in gaps:
         md.append("- " + g)
@@ -354,10 +361,15 @@ if earlier:
         md.append("| %s |" % " | ".join(row))
 md.append("")
 md.append("Kill failover falls into two groups about a second apart for every agent (compare the "
-          "min-max ranges of the kill rows), also with the controller surviving every kill; which "
-          "group a round falls into looks like chance, so with few rounds the kill medians, and "
-          "the kill targets with them, can move by a second from one run to the next. Standby "
-          "moves do not spread this way.")
+          "min-max ranges of the kill rows), also with the controller surviving every kill. The "
+          "survivor's pacemaker log shows where: from the node's loss to the scheduler's run "
+          "takes either a few milliseconds or one second more, with nothing logged between. That "
+          "fits Pacemaker's controller, which sleeps one second and asks again when other CIB "
+          "updates are still pending as it is about to run the scheduler (its message for it, "
+          "\"Re-asking for the CIB\", is at debug level, so these logs do not show it). Which group "
+          "a kill falls into is chance, so with few rounds the kill medians, and the kill target "
+          "with them, can move by a second from one run to the next. Standby moves do not spread "
+          "this way.")
 md.append("")
 md.append("### Commands")
 md.append("")
