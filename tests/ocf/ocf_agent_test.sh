@@ -200,6 +200,10 @@ done <<END
 0 - auto stop ip=203.0.113.200
 0 203.0.113.10/28@vo2 mask start ip=203.0.113.10 cidr_netmask=255.255.255.240
 0 - mask stop ip=203.0.113.10 cidr_netmask=255.255.255.240
+# vo3 answers for vo2's addresses (one node, one link): not a second holder.
+0 203.0.113.10/24@vo2 flux start ip=203.0.113.10/24 nic=vo2
+0 * flux monitor ip=203.0.113.10/24 nic=vo2 depth=10 | from this node's own interface vo3
+0 - flux stop ip=203.0.113.10/24 nic=vo2
 0 198.51.100.12/24@vo0:web lbl start ip=198.51.100.12 nic=vo0 iflabel=web
 0 - lbl stop ip=198.51.100.12 nic=vo0 iflabel=web
 0 198.51.100.13/24@vo0:3 alias start ip=198.51.100.13 nic=vo0:3 | as vo0:3
