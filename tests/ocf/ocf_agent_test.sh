@@ -179,9 +179,11 @@ while IFS= read -r row; do
 	fi
 	timeout_ms=20000 ocf "${words[@]:2}"
 	expect "$params: code" "$wanted" "$rc"
-	got=$(where "${words[4]#ip=}" | tr '\n' ' ' | sed 's/ $//')
-	# shellcheck disable=SC2053
-	[[ $got == $state ]] || fail "$params: address: expected [$state], got [$got]"
+	if [ "$state" != '*' ]; then
+		got=$(where "${words[4]#ip=}" | tr '\n' ' ' | sed 's/ $//')
+		# shellcheck disable=SC2053
+		[[ $got == $state ]] || fail "$params: address: expected [$state], got [$got]"
+	fi
 	case $want_text in
 	'') ;;
 	!*) grep -qF -e "${want_text#!}" <<<"$err" && fail "$params: says [${want_text#!}]: $err" ;;
@@ -227,6 +229,23 @@ done <<END
 1 * nsvip monitor ip=198.51.100.15 $ns arp_count_refresh=2 | $peer_mac
 0 198.51.100.15/24@vo0 nsvip monitor ip=198.51.100.15 $ns
 0 - nsvip stop ip=198.51.100.15 $ns
+# Refused before anything runs: OCF_ERR_CONFIGURED (6).
+0 * bad validate-all ip=2001:db8::1:0:0:40 nic=vo0 ping_retry=007
+0 * bad validate-all ip=::ffff:198.51.100.40/128 nic=vo0
+6 * bad validate-all ip=198.51.100.256 nic=vo0
+6 * bad validate-all ip=198.51.100.40/0 nic=vo0
+6 * bad validate-all ip=198.51.100.40/24 nic=vo0 cidr_netmask=25
+6 * bad validate-all ip=2001:db8::40 nic=vo0 cidr_netmask=255.255.255.0
+6 * bad validate-all ip=2001:db8::40::1 nic=vo0
+6 * bad validate-all ip=2001:db8::40 nic=vo0:1
+6 * bad validate-all ip=198.51.100.40 nic=averyveryverylong0
+6 * bad validate-all ip=198.51.100.40 nic=vo0 arp_count=-1
+6 * bad validate-all ip=198.51.100.40 nic=vo0 arp_bg=maybe
+6 * bad validate-all ip=198.51.100.40 nic=vo0 preferred_lft=later
+6 * bad validate-all ip=198.51.100.40 nic=vo0 broadcast=2001:db8::ff
+6 * bad validate-all ip=198.51.100.40 nic=vo0 iflabel=a:b
+6 * bad validate-all nic=vo0
+5 * bad validate-all ip=198.51.100.40 nic=vo9
 # IPaddr2's parameters that vyrvip does not serve; settings that cannot fit.
 0 * warn validate-all ip=198.51.100.16 lvs_support=true flush_routes=false | lvs_support=true is ignored
 0 * warn validate-all ip=198.51.100.16 flush_routes=false | !ignored
@@ -258,29 +277,6 @@ done
 expect "stored description" "$(printf 'pacemaker\tvip\tv4\tSuccess.')" "$("$prefix/bin/vyrctl" status | grep -P '\tv4\t')"
 expect "a long id's row" 1 "$("$prefix/bin/vyrctl" status | grep -cP '\tip-198\.51\.100\.14-websh-[0-9a-f]{8}\t')"
 
-# Refused before anything runs: OCF_ERR_CONFIGURED (6).
-while read -r wanted what; do
-	read -ra params <<<"$what"
-	ocf vipbad validate-all "${params[@]}"
-	expect "validate-all $what" "$wanted" "$rc"
-done <<'END'
-0 ip=2001:db8::1:0:0:40 nic=vo0 ping_retry=007
-0 ip=::ffff:198.51.100.40/128 nic=vo0
-6 ip=198.51.100.256 nic=vo0
-6 ip=198.51.100.40/0 nic=vo0
-6 ip=198.51.100.40/24 nic=vo0 cidr_netmask=25
-6 ip=2001:db8::40 nic=vo0 cidr_netmask=255.255.255.0
-6 ip=2001:db8::40::1 nic=vo0
-6 ip=2001:db8::40 nic=vo0:1
-6 ip=198.51.100.40 nic=averyveryverylong0
-6 ip=198.51.100.40 nic=vo0 arp_count=-1
-6 ip=198.51.100.40 nic=vo0 arp_bg=maybe
-6 ip=198.51.100.40 nic=vo0 preferred_lft=later
-6 ip=198.51.100.40 nic=vo0 broadcast=2001:db8::ff
-6 ip=198.51.100.40 nic=vo0 iflabel=a:b
-6 nic=vo0
-5 ip=198.51.100.40 nic=vo9
-END
 # Values that are not legal reach no command line.
 ocf vipbad start "ip=198.51.100.41" "nic=vo0;touch $work/injected"
 expect "shell word in nic" 6 "$rc"
