@@ -492,11 +492,11 @@ EOF
 # Lets the cluster's traffic through again; every live node is checked.
 # Safe to call when there is no partition.
 cl_heal() {
-  local n left=""
+  local n left="" healed=""
   for n in 1 2; do
     [ -n "${CL_PIDS[n]:-}" ] || continue
     cl_dead "$n" && continue
-    cl_in "$n" nft delete table inet vyrcl_partition 2>/dev/null
+    cl_in "$n" nft delete table inet vyrcl_partition 2>/dev/null && healed+=" node$n"
     if cl_in "$n" nft list tables 2>/dev/null | grep -w vyrcl_partition >/dev/null; then
       left+=" node$n"
     fi
@@ -506,6 +506,7 @@ cl_heal() {
     cl_log "partition rules still on$left"
     return 1
   }
+  [ -z "$healed" ] || cl_log "partition healed on$healed"
 }
 
 # Adds a primitive through crm on node N and checks that the CIB has it.

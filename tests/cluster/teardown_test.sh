@@ -15,8 +15,8 @@ out=$(mktemp -d /tmp/vyrcl-teardown.XXXXXX)
 trap 'rm -rf "$out"' EXIT
 
 # The child: both nodes with every daemon, watchers and the client's ping
-# running, its names written down, then the failure (after node 2's
-# daemons died) or a wait for SIGTERM.
+# running, its names written down, then the failure (with the cluster's
+# traffic cut, after node 2's daemons died) or a wait for SIGTERM.
 child() {
   local how=$1
   bash -c '
@@ -28,6 +28,7 @@ child() {
     cl_client_ping 192.0.2.1
     { echo "pid $$"; echo "work $CL_WORK"; echo "br $CL_BR"; printf "ns %s\n" "${CL_NSALL[@]}"; } >"$2/names"
     if [ "$3" = fail ]; then
+      cl_partition
       # Node 2 loses its daemons first: the diagnosis must not stop the
       # teardown when crm_mon cannot reach a node.
       for p in $(cl_node_procs 2); do
@@ -72,12 +73,17 @@ grep -F 'a check fails on purpose' "$out/child.out" >/dev/null || {
   cat "$out/child.out"
   exit 1
 }
+grep -F 'partition healed on node1 node2' "$out/child.out" >/dev/null || {
+  echo "FAIL: the partition was not healed on both nodes before the teardown"
+  cat "$out/child.out"
+  exit 1
+}
 left=$(leftovers)
 [ -z "$left" ] || {
   echo "FAIL: after a failed check, left behind: $left"
   exit 1
 }
-echo "ok - a failed check leaves no namespace, process, mount or folder"
+echo "ok - a failed check during a partition heals it and leaves no namespace, process, mount or folder"
 
 # SIGTERM while the cluster runs.
 rm -f "$out/names" "$out/ready"
