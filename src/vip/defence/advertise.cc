@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr uint16_t kEtherTypeIpv6 = 0x86dd;
-constexpr uint8_t kIcmpv6 = 58;
-constexpr uint8_t kNeighborAdvert = 136;
+using vyr::kEtherTypeIpv6;
+using vyr::kIcmpv6;
+using vyr::kNeighborAdvert;
 constexpr uint32_t kOverride = 0x20000000;
 constexpr uint8_t kTargetLinkLayer = 2;
 constexpr uint16_t kPayloadLen = 32;

@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr uint16_t kEtherTypeArp = 0x0806;
+using vyr::kEtherTypeArp;
 constexpr uint16_t kEtherTypeIpv4 = 0x0800;
 constexpr uint16_t kHwTypeEthernet = 1;
 // The socket only sends; its protocol (RARP) keeps ARP traffic from being

@@ -4,13 +4,14 @@
 
 #include "tracersc/tracersc.h"
 #include "vip/base/status.h"
+#include "vip/defence/raw_link.h"
 #include "vip/defence/claim_watch.h"
 
 namespace {
 
 using vyr::status::kInUse;
-constexpr int kEventInUse = 10;
-constexpr int kEventForced = 11;
+using vyr::kEventForced;
+using vyr::kEventInUse;
 
 // Watches `ifname` for `timeout_ms` while the probes go out at RFC 5227's
 // scaled times; `frame` builds the probe from the interface's MAC.

@@ -32,12 +32,7 @@ constexpr unsigned kOffIcmpType = 54;
 constexpr unsigned kOffNdTarget = 62;
 constexpr std::size_t kNdFrameMin = 78;
 
-constexpr uint16_t kEtherTypeIpv6 = 0x86dd;
-constexpr uint8_t kIcmpv6 = 58;
-constexpr uint8_t kNeighborSolicit = 135;
-constexpr uint8_t kNeighborAdvert = 136;
 constexpr uint8_t kSourceLinkLayer = 1;
-constexpr uint16_t kArpRequest = 1;
 constexpr uint16_t kNsPayload = 24;
 constexpr uint16_t kNsOptionLen = 8;
 

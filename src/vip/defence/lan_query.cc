@@ -8,6 +8,7 @@
 
 #include "tracersc/tracersc.h"
 #include "vip/base/status.h"
+#include "vip/defence/raw_link.h"
 #include "vip/defence/advertise.h"
 #include "vip/defence/announce.h"
 #include "vip/defence/arp.h"
@@ -17,7 +18,7 @@ namespace {
 
 using vyr::status::kInUse;
 using Mac = std::array<unsigned char, vyr::kMacLen>;
-constexpr int kArpRequest = 1;
+using vyr::kArpRequest;
 
 // The interface part of `name` ("eth0" of "eth0:1"): a link-local address
 // and an IPv6 address belong to the interface itself.

@@ -10,14 +10,15 @@
 #include "tracersc/tracersc.h"
 #include "vip/base/globals.h"
 #include "vip/base/status.h"
+#include "vip/defence/raw_link.h"
 #include "vyrxml.h"
 
 namespace {
 
 using namespace vyr::status;
 
-constexpr int kEventInUse = 10;
-constexpr int kEventForced = 11;
+using vyr::kEventForced;
+using vyr::kEventInUse;
 
 void RaiseEvent(int event, const char* addr) {
   tracemess(TRACE_EVENT, event, __FILE__, __LINE__, __func__, nullptr, addr);

@@ -92,7 +92,6 @@ bool LinkLocal(const char* device, in6_addr* out) {
 
 uint16_t Icmpv6Checksum(const unsigned char* source, const unsigned char* dest,
                         const unsigned char* message, std::size_t len) {
-  constexpr uint32_t kIcmpv6 = 58;
   uint32_t sum = SumWords(source, 16, 0);
   sum = SumWords(dest, 16, sum);
   sum += static_cast<uint32_t>(len);

@@ -15,6 +15,19 @@ namespace vyr {
 
 inline constexpr int kMacLen = 6;
 
+// Protocol numbers of the frames the agent builds and watches.
+inline constexpr uint16_t kEtherTypeArp = 0x0806;
+inline constexpr uint16_t kEtherTypeIpv6 = 0x86dd;
+inline constexpr uint16_t kArpRequest = 1;
+inline constexpr uint8_t kIcmpv6 = 58;
+inline constexpr uint8_t kNeighborSolicit = 135;
+inline constexpr uint8_t kNeighborAdvert = 136;
+
+// The cluster events of the duplicate probes: the address answered, and the
+// activation went on despite that (forcing).
+inline constexpr int kEventInUse = 10;
+inline constexpr int kEventForced = 11;
+
 // Statuses of the frames the agent sends itself (gratuitous ARP, ARP probe,
 // Neighbor Advertisements): the packet socket could not be opened, the
 // interface's index or MAC address could not be read, a frame was not sent.
