@@ -11,15 +11,12 @@
 #include <cstring>
 #include <memory>
 
+#include "nicCommon/ifaddrs_list.h"
 #include "tracersc/tracersc.h"
 
 namespace {
 
-struct IfaddrsFree {
-  void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
-};
-// The kernel's interface-address list, released on every path.
-using IfaddrsList = std::unique_ptr<ifaddrs, IfaddrsFree>;
+using vyr::IfaddrsList;
 
 bool IsLoopbackName(const char* name) { return name != nullptr && std::strcmp(name, "lo") == 0; }
 

@@ -19,6 +19,7 @@
 #include <memory>
 #include <thread>
 
+#include "nicCommon/ifaddrs_list.h"
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
 #include "vip/defence/raw_link.h"
@@ -55,36 +56,15 @@ struct StartNote {
 int PidfdOpen(pid_t pid) { return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)); }
 void PidfdSignal(int pidfd, int sig) { ::syscall(SYS_pidfd_send_signal, pidfd, sig, nullptr, 0); }
 
-struct IfaddrsFree {
-  void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
-};
-
 std::chrono::milliseconds Interval(const AnnouncePace& pace) {
   return std::chrono::milliseconds(pace.interval_ms > 0 ? pace.interval_ms : 1000);
 }
 
-// The interface part of a device name ("eth0" of "eth0:1").
-bool SameInterface(const char* a, const char* b) {
-  const std::size_t la = std::strcspn(a, ":");
-  return la == std::strcspn(b, ":") && std::strncmp(a, b, la) == 0;
-}
-
-// Whether the address is still on the target's interface.
+// Whether the address is still on the target's interface; when the list
+// cannot be read, it is taken as there, so the announcements go on.
 bool AddressPresent(const AnnounceTarget& target) {
-  ifaddrs* raw = nullptr;
-  if (::getifaddrs(&raw) != 0) return true;  // cannot tell: keep announcing
-  std::unique_ptr<ifaddrs, IfaddrsFree> list(raw);
-  for (const ifaddrs* ifa = list.get(); ifa != nullptr; ifa = ifa->ifa_next) {
-    if (ifa->ifa_addr == nullptr || !SameInterface(ifa->ifa_name, target.device)) continue;
-    if (target.ipv6 && ifa->ifa_addr->sa_family == AF_INET6) {
-      const auto* in = reinterpret_cast<const sockaddr_in6*>(ifa->ifa_addr);
-      if (std::memcmp(&in->sin6_addr, &target.v6, sizeof target.v6) == 0) return true;
-    } else if (!target.ipv6 && ifa->ifa_addr->sa_family == AF_INET) {
-      const auto* in = reinterpret_cast<const sockaddr_in*>(ifa->ifa_addr);
-      if (in->sin_addr.s_addr == target.v4.s_addr) return true;
-    }
-  }
-  return false;
+  const void* addr = target.ipv6 ? static_cast<const void*>(&target.v6) : &target.v4;
+  return AddressOnInterface(target.device, target.ipv6 ? AF_INET6 : AF_INET, addr) != 0;
 }
 
 // The start time and name of a process from /proc/<pid>/stat.
@@ -133,7 +113,8 @@ bool WriteOwnRecord(const char* path, Record* rec) {
   rec->pid = ::getpid();
   if (!ProcessStat(rec->pid, &rec->start, comm, sizeof comm)) return false;
   char temp[PATH_MAX];
-  std::snprintf(temp, sizeof temp, "%s.%d", path, static_cast<int>(rec->pid));
+  const int temp_len = std::snprintf(temp, sizeof temp, "%s.%d", path, static_cast<int>(rec->pid));
+  if (temp_len < 0 || temp_len >= static_cast<int>(sizeof temp)) return false;  // no cut name
   char text[64];
   const int len =
       std::snprintf(text, sizeof text, "%d %llu\n", static_cast<int>(rec->pid), rec->start);

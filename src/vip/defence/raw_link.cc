@@ -1,5 +1,7 @@
 #include "vip/defence/raw_link.h"
 
+#include "nicCommon/ifaddrs_list.h"
+
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <linux/if_packet.h>
@@ -21,10 +23,6 @@ void NameRequest(const char* name, ifreq* ifr) {
   std::snprintf(ifr->ifr_name, sizeof ifr->ifr_name, "%.*s", len, name);
 }
 
-struct IfaddrsFree {
-  void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
-};
-using IfaddrsList = std::unique_ptr<ifaddrs, IfaddrsFree>;
 
 // The one's complement sum of `len` bytes, folded later.
 uint32_t SumWords(const unsigned char* data, std::size_t len, uint32_t sum) {
@@ -75,9 +73,8 @@ void FormatMac(const unsigned char* mac, char* out, std::size_t outlen) {
 }
 
 bool LinkLocal(const char* device, in6_addr* out) {
-  ifaddrs* raw = nullptr;
-  if (::getifaddrs(&raw) != 0) return false;
-  IfaddrsList list(raw);
+  const IfaddrsList list = ReadIfaddrs();
+  if (!list) return false;
   for (const ifaddrs* ifa = list.get(); ifa != nullptr; ifa = ifa->ifa_next) {
     if (ifa->ifa_addr == nullptr || ifa->ifa_addr->sa_family != AF_INET6) continue;
     if (std::strcmp(ifa->ifa_name, device) != 0) continue;

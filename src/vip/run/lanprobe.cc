@@ -12,6 +12,7 @@
 #include <string>
 
 #include "common/text.h"
+#include "nicCommon/ifaddrs_list.h"
 #include "tracersc/tracersc.h"
 #include "vip/base/globals.h"
 #include "vip/base/status.h"
@@ -59,34 +60,11 @@ bool LegalName(const char* name) {
   return std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
 }
 
-struct IfaddrsFree {
-  void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
-};
-
 // Whether `addr` is on `ifname`'s interface, alias labels included.
 bool AddressIsHere(const char* ifname, const char* addr) {
   in6_addr want{};
-  const bool ipv6 = inet_pton(AF_INET6, addr, &want) == 1;
-  if (!ipv6) inet_pton(AF_INET, addr, &want);
-  ifaddrs* raw = nullptr;
-  if (::getifaddrs(&raw) != 0) return false;
-  std::unique_ptr<ifaddrs, IfaddrsFree> list(raw);
-  const std::size_t base = std::strcspn(ifname, ":");
-  for (const ifaddrs* ifa = list.get(); ifa != nullptr; ifa = ifa->ifa_next) {
-    if (ifa->ifa_addr == nullptr || std::strncmp(ifa->ifa_name, ifname, base) != 0) continue;
-    if (ifa->ifa_name[base] != '\0' && ifa->ifa_name[base] != ':') continue;
-    if (ipv6 && ifa->ifa_addr->sa_family == AF_INET6 &&
-        std::memcmp(&reinterpret_cast<const sockaddr_in6*>(ifa->ifa_addr)->sin6_addr, &want,
-                    sizeof(in6_addr)) == 0) {
-      return true;
-    }
-    if (!ipv6 && ifa->ifa_addr->sa_family == AF_INET &&
-        std::memcmp(&reinterpret_cast<const sockaddr_in*>(ifa->ifa_addr)->sin_addr, &want,
-                    sizeof(in_addr)) == 0) {
-      return true;
-    }
-  }
-  return false;
+  if (inet_pton(AF_INET6, addr, &want) == 1) return vyr::AddressOnInterface(ifname, AF_INET6, &want) == 1;
+  return inet_pton(AF_INET, addr, &want) == 1 && vyr::AddressOnInterface(ifname, AF_INET, &want) == 1;
 }
 
 void Reannounce(const VIP_LANPROBE& probe) {
