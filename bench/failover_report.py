@@ -120,9 +120,15 @@ gap("One IPv4 address by kill (client answered)", KILL_CLIENT, "vyrvip defaults"
     median("vyrvip defaults", START), median("IPaddr2 defaults", START), "the start medians")
 gap("One IPv6 address by standby (client answered)", SB_CLIENT, ONE_V6[1], ONE_V6[0],
     own_time(ONE_V6[1]), own_time(ONE_V6[0]), "the medians of stop + start")
-gap("16 addresses by standby (last address up)", LAST, MANY[1], MANY[0],
-    own_time(MANY[1], 4, 4), own_time(MANY[0], 4, 4),
-    "four times the medians of stop + start (16 actions, 4 at a time a node)")
+a, b = median(MANY[1], LAST), median(MANY[0], LAST)
+if None not in (a, b, median(MANY[1], STOP), median(MANY[0], STOP), median(MANY[1], START),
+                median(MANY[0], START)):
+    gaps.append("16 addresses by standby (last address up): vyrvip's median is %+d ms from IPaddr2's; "
+                "vyrvip's stops differ from IPaddr2's by %+d ms each and its starts by %+d ms "
+                "(medians); the 16 stops on the old node and the 16 starts on the new one run a few "
+                "at a time (see the throttle table below), so these add up over several rounds of "
+                "actions." % (a - b, median(MANY[1], STOP) - median(MANY[0], STOP),
+                              median(MANY[1], START) - median(MANY[0], START)))
 
 
 
