@@ -148,6 +148,16 @@ done | sort)
 # shellcheck disable=SC2016
 doc_rows=$(sed -n 's/^| `\([a-z0-9_]*\)` | \([^|]*\) |.*/\1 \2/p' "$source/docs/pacemaker.md" | sed 's/ *$//' | sort)
 expect "docs/pacemaker.md parameter table = meta-data" "$meta_rows" "$doc_rows"
+# docs/pacemaker.md's exit-code table ("| 4, 9, 31 | 6 `OCF_ERR_CONFIGURED` |",
+# "every other status" for the rest) says what the status table says.
+table_codes=$(awk -F'|' '/^[0-9]/ && $3 != "OCF_ERR_GENERIC" {print $1, $3}' \
+	"$source/src/vip/base/statuses.txt" | sort)
+# shellcheck disable=SC2016
+doc_codes=$(sed -n 's/^| \([0-9][0-9, ]*\) | [0-9] `\(OCF_[A-Z_]*\)` |.*/\1|\2/p' "$source/docs/pacemaker.md" |
+	while IFS='|' read -r list code; do
+		for n in ${list//,/ }; do echo "$n $code"; done
+	done | sort)
+expect "docs/pacemaker.md exit codes = statuses.txt" "$table_codes" "$doc_codes"
 
 # --- ocf-tester, with the address alone: interface and prefix from the route -
 
