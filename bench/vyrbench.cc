@@ -13,11 +13,11 @@
 #include <string>
 
 #include "bench_inputs.h"
-#include "vip/settings/config.h"
-#include "vip/base/globals.h"
-#include "vip/address/listing_parse.h"
 #include "vip/address/device_choice.h"
+#include "vip/address/listing_parse.h"
+#include "vip/base/globals.h"
 #include "vip/base/vip_info.h"
+#include "vip/settings/config.h"
 
 namespace {
 

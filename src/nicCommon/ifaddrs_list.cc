@@ -21,8 +21,8 @@ bool SameAddress(const sockaddr* sa, int family, const void* addr) {
     return std::memcmp(&reinterpret_cast<const sockaddr_in6*>(sa)->sin6_addr, addr,
                        sizeof(in6_addr)) == 0;
   }
-  return std::memcmp(&reinterpret_cast<const sockaddr_in*>(sa)->sin_addr, addr,
-                     sizeof(in_addr)) == 0;
+  return std::memcmp(&reinterpret_cast<const sockaddr_in*>(sa)->sin_addr, addr, sizeof(in_addr)) ==
+         0;
 }
 
 }  // namespace

@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "tracersc/tracersc.h"
-#include "vip/defence/raw_link.h"
 #include "vip/base/status.h"
+#include "vip/defence/raw_link.h"
 
 namespace {
 
@@ -74,7 +74,8 @@ void vip_fill_na_frame(const unsigned char* mac, const struct in6_addr& source,
   frame->opt_len = 1;
   std::memcpy(frame->opt_mac, mac, vyr::kMacLen);
   const auto* message = reinterpret_cast<const unsigned char*>(&frame->icmp_type);
-  frame->icmp_cksum = htons(vyr::Icmpv6Checksum(frame->ip_src, frame->ip_dst, message, kPayloadLen));
+  frame->icmp_cksum =
+      htons(vyr::Icmpv6Checksum(frame->ip_src, frame->ip_dst, message, kPayloadLen));
 }
 
 int vip_send_na(const struct vdevinfo* vdev, int num, const vyr::AnnouncePace& pace) {

@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -274,8 +274,8 @@ bool StartAnnouncer(const Job& job) {
 // Frames `from` to num-1 on the run's own thread. With a one-second pace
 // each frame is followed by its second, as the announcement always was;
 // otherwise each waits for its time after frame 0.
-int SendHere(int sock, const AnnounceTarget& target, const void* frame, std::size_t len,
-             int from, int num, const AnnouncePace& pace, Clock::time_point first) {
+int SendHere(int sock, const AnnounceTarget& target, const void* frame, std::size_t len, int from,
+             int num, const AnnouncePace& pace, Clock::time_point first) {
   for (int i = from; i < num; ++i) {
     if (pace.interval_ms > 0 && i > 0) std::this_thread::sleep_until(first + i * Interval(pace));
     if (!SendFrame(sock, target.ifindex, frame, len)) return -1;
@@ -294,8 +294,8 @@ void AnnouncerPidFile(bool ipv6, const void* addr, char* out, std::size_t outlen
   std::snprintf(out, outlen, "%s/announce-%s.pid", dir, text);
 }
 
-int SendAnnouncements(int sock, const AnnounceTarget& target, const void* frame,
-                      std::size_t len, int num, const AnnouncePace& pace) {
+int SendAnnouncements(int sock, const AnnounceTarget& target, const void* frame, std::size_t len,
+                      int num, const AnnouncePace& pace) {
   if (num <= 0) return 0;
   if (!pace.background) return SendHere(sock, target, frame, len, 0, num, pace, Clock::now());
   const void* addr = target.ipv6 ? static_cast<const void*>(&target.v6) : &target.v4;

@@ -27,10 +27,10 @@ struct AnnouncePace {
 
 // What the frames announce and where they leave.
 struct AnnounceTarget {
-  unsigned ifindex = 0;          // the interface the frames leave through
-  const char* device = "";       // the device that carries the address (an alias name is fine)
+  unsigned ifindex = 0;     // the interface the frames leave through
+  const char* device = "";  // the device that carries the address (an alias name is fine)
   bool ipv6 = false;
-  in_addr v4{};                  // the address, network form
+  in_addr v4{};  // the address, network form
   in6_addr v6{};
 };
 
@@ -40,8 +40,8 @@ struct AnnounceTarget {
 // background the first frame goes out here and the call returns once the
 // announcer has recorded itself; when no announcer can be started, the
 // remaining frames are sent here.
-int SendAnnouncements(int sock, const AnnounceTarget& target, const void* frame,
-                      std::size_t len, int num, const AnnouncePace& pace);
+int SendAnnouncements(int sock, const AnnounceTarget& target, const void* frame, std::size_t len,
+                      int num, const AnnouncePace& pace);
 
 // Ends the announcer of the address, if one runs, and waits until it is
 // gone. A record left by a process that is not (or no longer) an announcer

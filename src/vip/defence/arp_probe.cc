@@ -4,14 +4,14 @@
 
 #include "tracersc/tracersc.h"
 #include "vip/base/status.h"
-#include "vip/defence/raw_link.h"
 #include "vip/defence/claim_watch.h"
+#include "vip/defence/raw_link.h"
 
 namespace {
 
-using vyr::status::kInUse;
 using vyr::kEventForced;
 using vyr::kEventInUse;
+using vyr::status::kInUse;
 
 // Watches `ifname` for `timeout_ms` while the probes go out at RFC 5227's
 // scaled times; `frame` builds the probe from the interface's MAC.
@@ -38,16 +38,16 @@ int ProbeAddress(const char* ifname, const char* addr, bool ipv6, int timeout_ms
   unsigned char claimant[vyr::kMacLen] = {};
   int ret = 0;
   if (ipv6) {
-    ret = Probe(ifname, target, timeout_ms, claimant, [&target](const unsigned char* own,
-                                                                 std::size_t* len) {
-      return vyr::NsFrame(own, nullptr, target.v6, len);
-    });
+    ret = Probe(ifname, target, timeout_ms, claimant,
+                [&target](const unsigned char* own, std::size_t* len) {
+                  return vyr::NsFrame(own, nullptr, target.v6, len);
+                });
   } else {
-    ret = Probe(ifname, target, timeout_ms, claimant, [&target](const unsigned char* own,
-                                                                 std::size_t* len) {
-      *len = sizeof(arp_packet);
-      return vyr::ArpProbeFrame(own, target.v4);
-    });
+    ret = Probe(ifname, target, timeout_ms, claimant,
+                [&target](const unsigned char* own, std::size_t* len) {
+                  *len = sizeof(arp_packet);
+                  return vyr::ArpProbeFrame(own, target.v4);
+                });
   }
   if (ret == kInUse) vyr::FormatMac(claimant, mac, maclen);
   return ret;

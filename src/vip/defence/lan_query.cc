@@ -8,11 +8,11 @@
 
 #include "tracersc/tracersc.h"
 #include "vip/base/status.h"
-#include "vip/defence/raw_link.h"
 #include "vip/defence/advertise.h"
 #include "vip/defence/announce.h"
 #include "vip/defence/arp.h"
 #include "vip/defence/claim_watch.h"
+#include "vip/defence/raw_link.h"
 
 namespace {
 
@@ -136,8 +136,8 @@ int Announce(const char* ifname, const vyr::LinkTarget& target, int count, int i
 
 }  // namespace
 
-int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whole_window,
-                  char* mac, std::size_t maclen) {
+int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whole_window, char* mac,
+                  std::size_t maclen) {
   TRACE(TRACE_DETAIL, "vip_lan_query(%s,%s,%d)  ENTRY...", ifname, addr, window_ms);
   vyr::LinkTarget target;
   unsigned char first[vyr::kMacLen] = {};
@@ -154,8 +154,7 @@ int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whol
 }
 
 int vip_lan_announce(const char* ifname, const char* addr, int count, int interval_ms) {
-  TRACE(TRACE_DETAIL, "vip_lan_announce(%s,%s,%d,%d)  ENTRY...", ifname, addr, count,
-        interval_ms);
+  TRACE(TRACE_DETAIL, "vip_lan_announce(%s,%s,%d,%d)  ENTRY...", ifname, addr, count, interval_ms);
   vyr::LinkTarget target;
   int ret = 0;
   if (!vyr::ParseLinkTarget(addr, &target)) {

@@ -19,8 +19,8 @@
 // its end and every further MAC is traced; 19: no socket; 20: the address
 // or the interface (index or MAC) could not be read; 21: a query could not
 // be sent. Writes no status description.
-int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whole_window,
-                  char* mac, std::size_t maclen);
+int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whole_window, char* mac,
+                  std::size_t maclen);
 
 // Tells the link `count` times, `interval_ms` apart, that `addr` is here: a
 // gratuitous ARP request from the interface's MAC (IPv4), an unsolicited
