@@ -55,13 +55,17 @@ def cell(variant, metric):
     return "%d ms (%d-%d, n=%d)" % (statistics.median(v), min(v), max(v), len(v))
 
 
+def rows_table(header, rows):
+    """A markdown table: the header's cells, then each row's."""
+    lines = ["| %s |" % " | ".join(header), "|" + "---|" * len(header)]
+    return lines + ["| %s |" % " | ".join(str(c) for c in row) for row in rows]
+
+
 def table(columns, metrics, header="what: median (min-max, runs)"):
     columns = [c for c in columns if any((c, m) in samples for m in metrics)]
-    rows = ["| %s | %s |" % (header, " | ".join(columns)), "|---|" + "---|" * len(columns)]
-    for m in metrics:
-        if any((c, m) in samples for c in columns):
-            rows.append("| %s | %s |" % (m, " | ".join(cell(c, m) for c in columns)))
-    return rows
+    return rows_table([header] + columns,
+                      [[m] + [cell(c, m) for c in columns] for m in metrics
+                       if any((c, m) in samples for c in columns)])
 
 
 # The targets: each a ratio of the medians of this run, vyrvip over IPaddr2,
@@ -256,10 +260,7 @@ md.append("### Targets: vyrvip at its OCF defaults against IPaddr2 at its defaul
 md.append("")
 md.append("Each ratio is of the medians of this run.")
 md.append("")
-md.append("| target | IPaddr2 | vyrvip | ratio | limit | verdict |")
-md.append("|---|---|---|---|---|---|")
-for row in targets:
-    md.append("| %s |" % " | ".join(row))
+md.extend(rows_table(["target", "IPaddr2", "vyrvip", "ratio", "limit", "verdict"], targets))
 md.append("")
 if gaps:
     md.append("Where the time goes. A move by standby stops the address on the old node, then "
@@ -323,10 +324,7 @@ if moves:
               "from the nodes' pacemaker logs (the throttle mode logged last before the move, then "
               "any change during it):")
     md.append("")
-    md.append("| move | actions running at once, at most | throttle |")
-    md.append("|---|---|---|")
-    for variant, most, throttle in moves:
-        md.append("| %s | %d | %s |" % (variant, most, throttle))
+    md.extend(rows_table(["move", "actions running at once, at most", "throttle"], moves))
 md.append("")
 md.append("### The ARP probe against a slow holder (`bench/arp_catch`)")
 md.append("")
@@ -361,10 +359,7 @@ if earlier:
     md.append("")
     md.append("### Earlier targets (like for like)")
     md.append("")
-    md.append("| target | limit | measured | verdict |")
-    md.append("|---|---|---|---|")
-    for row in earlier:
-        md.append("| %s |" % " | ".join(row))
+    md.extend(rows_table(["target", "limit", "measured", "verdict"], earlier))
 md.append("")
 md.append("Kill failover falls into two groups about a second apart for every agent (compare the "
           "min-max ranges of the kill rows), also with the controller surviving every kill. The "
