@@ -1,16 +1,25 @@
-// The virtual IP checks: each check function on the values operators write,
-// and whole check runs over configurations under check.
+// The check mode: each check function on the values operators write,
+// integer parameters against the shipped policy's ranges, whole check runs
+// over configurations under check, and the check log's fall-back to the
+// trace log. Whole blocks in the file are shown by the check-mode runs.
 #include "vip/check/chkconf.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "chklog/chklog.h"
+#include "chkutil/chkutil.h"
 #include "support/check_session.h"
 #include "support/sh.h"
+#include "support/trace_capture.h"
 #include "vyrxml.h"
 
 namespace {
@@ -109,6 +118,65 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
     EXPECT_EQ(hchkconf, nullptr) << rscname << ": the configuration under check stays loaded";
   }
   xmllib_term();
+}
+
+// A value outside its range that passes, a range taken from the wrong policy
+// entry, or an unreadable value that does not end the check with 99.
+TEST(NumericValues, JudgedAgainstThePolicyRanges) {
+  vyrtest::ScopedEnv config("VYR_CONFIG", VYR_TESTDATA_DIR "/chkconf/numeric.xml");
+  vyrtest::ScopedEnv policies("VYR_POLICY_DIR", VYR_SOURCE_DIR "/platform/policy");
+  ASSERT_EQ(xmllib_init("vip"), 0);
+  ASSERT_EQ(xmllib_load_config(), 0);
+  ASSERT_EQ(xmllib_load_policy("vip"), 0);
+  const std::string kRange = "E [042] Value of P is out of range. (value=";
+  // param1: 1 to 30; param2, param3 and no index: 0 to 1.
+  const std::tuple<std::string, const char*, std::pair<int, std::vector<std::string>>> cases[] = {
+      {"interval_ok", "1", {0, {}}},
+      {"interval_high", "1", {1, {kRange + "31)"}}},
+      {"interval_low", "1", {1, {kRange + "0)"}}},
+      {"flag_two", nullptr, {1, {kRange + "2)"}}},
+      {"flag_two", "2", {1, {kRange + "2)"}}},
+      {"flag_one", "3", {0, {}}},
+      {"nothing", nullptr, {99, {}}},
+  };
+  for (const auto& [leaf, index, outcome] : cases) {
+    const std::string path = "/root/resource/vip@%s/parameters/" + leaf;
+    const numeric_param param{"P", path.c_str(), index};
+    EXPECT_EQ(
+        vyrtest::CheckLogged("num", [&] { return check_numeric_values("num", &param, 1, 42); }),
+        outcome)
+        << leaf;
+  }
+  xmllib_term();  // releases the configuration and policy too
+}
+
+// A file 8 bytes short of its size limit takes the start of the first line
+// (a short write, which sets no errno) and refuses the rest of it and every
+// later line with EFBIG. The block is written in a child with that limit and
+// SIGXFSZ ignored.
+TEST(ChkLog, FailedWritesGoToTheTraceLog) {
+  vyrtest::TempDir dir;
+  constexpr rlim_t kLimit = 65536;
+  const std::string path = dir / "limited";
+  vyrtest::WriteFile(path, std::string(kLimit - 8, 'x'));
+  vyrtest::TraceCapture trace;
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit lim{kLimit, kLimit};
+    if (::setrlimit(RLIMIT_FSIZE, &lim) != 0) ::_exit(99);
+    const int init = chk_log_init("vip", "vip1", path.c_str());
+    const int write = CHK_LOG(CHK_LEVEL_ERROR, CHK_ID_MASK_ERR, "10.0.0.1/40");
+    ::_exit(init * 100 + write * 10 + chk_log_term("vip", "vip1"));
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 11) << "opened; 2 lines failed";
+  EXPECT_EQ(trace.Texts("ERROR"), Lines(3, "write() failed. (errno = 27)"));
+  EXPECT_EQ(trace.Texts("INFO"), (Lines{"*****START [type : vip][rscname : vip1]",
+                                        "E [008] Subnet mask is invalid. (value=10.0.0.1/40)",
+                                        "*****END [type : vip][rscname : vip1]"}));
+  EXPECT_EQ(vyrtest::ReadFile(path).substr(kLimit - 10), "xx*****STA") << "the short write";
 }
 
 }  // namespace

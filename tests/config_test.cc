@@ -1,9 +1,12 @@
 // Configuration loading against real configuration files: the settings
 // summaries, this server's values, the failures with their status, and the
-// trace log's own settings.
+// trace log's own settings; and the short host name that names this server,
+// read in a private UTS namespace of the test process (the last test here)
+// so that the machine's own name is never touched.
 #include "vip/settings/config.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -13,6 +16,7 @@
 #include "support/sh.h"
 #include "support/trace_capture.h"
 #include "tracersc/tracersc.h"
+#include "value/hostname.h"
 #include "vip/settings/bindings.h"
 #include "vip/base/globals.h"
 
@@ -150,6 +154,21 @@ TEST_F(ConfigLoading, TraceLogTakesLevelAndSizeFromTheConfiguration) {
             (log + vyrtest::ReadFile(dir_ / "log/vip.log.1")).find("information"));
   EXPECT_NE(std::string::npos, log.find("warning number 9"));
   EXPECT_LE(log.size(), 600u);
+}
+
+// A name not cut at its first dot, or a full-length name cut short.
+TEST(HostName, IsCutAtTheFirstDot) {
+  if (::unshare(CLONE_NEWUTS) != 0) GTEST_SKIP() << "no private UTS namespace";
+  const std::string full(64, 'h');
+  const struct {
+    std::string name, want;
+  } cases[] = {{"node1.cluster.example.org", "node1"}, {full, full}};
+  for (const auto& c : cases) {
+    ASSERT_EQ(0, ::sethostname(c.name.c_str(), c.name.size()));
+    std::string buf(HOSTNAME_LEN, 'z');
+    EXPECT_EQ(0, get_hostname(buf.data()));
+    EXPECT_EQ(c.want, buf.c_str());
+  }
 }
 
 }  // namespace
