@@ -160,12 +160,18 @@ int Ctl(const std::string& args, std::string* out) {
 }
 
 // A wrong message or exit code at a step of a run folder's life ('@' is
-// the folder), or an npsimu setting that misses the node table.
-TEST(Vyrctl, LifecycleAndNpsimu) {
+// the folder), an npsimu setting that misses the node table, or misuse that
+// starts something (the status after it) or does not show the usage.
+TEST(Vyrctl, LifecycleMisuseAndNpsimu) {
   vyrtest::IpcRunDir run;
+  const std::string usage = "usage: vyrctl start\n";  // the rest of the usage is not compared
   // Arguments, exit code, output, and the node table's npsimu flag
   // afterwards (-1: not checked).
   const std::tuple<const char*, int, std::string, int> cases[] = {
+      {"bogus", 2, "vyrctl: unknown command 'bogus'\n" + usage, -1},
+      {"start now", 2, "vyrctl: unexpected argument 'now'\n" + usage, -1},
+      {"npsimu maybe", 2, "vyrctl: npsimu takes 'on' or 'off', not 'maybe'\n" + usage, -1},
+      {"--help 2>/dev/null", 0, usage, -1},
       {"status", 3, "vyrctl: not started for @ (run 'vyrctl start')\n", -1},
       {"stop", 0, "vyrctl: not running for @, nothing to stop\n", -1},
       {"start", 0, "vyrctl: started for @\n", -1},
@@ -179,7 +185,7 @@ TEST(Vyrctl, LifecycleAndNpsimu) {
     std::string out;
     if (auto at = want.find('@'); at != std::string::npos) want.replace(at, 1, run / "run");
     EXPECT_EQ(Ctl(args, &out), code) << args;
-    EXPECT_EQ(out, want) << args;
+    EXPECT_EQ(want.ends_with(usage) ? out.substr(0, want.size()) : out, want) << args;
     int stored = -1;
     if (flag >= 0 && shmnm_attach() == 0) shmnm_getnpsimuflag(&stored);
     EXPECT_EQ(stored, flag) << args;
@@ -229,24 +235,6 @@ TEST(Vyrctl, StatusShowsTheStoredRows) {
   EXPECT_EQ(shmrm_setdescript(std::string(64, 'g').c_str(), "vip", "", "x", 128),
             SHMRM_ERR_INVALIDPARAM);
   EXPECT_EQ(shmrm_setdescript(nullptr, "vip", "", "x", 128), SHMRM_ERR_INVALIDPARAM);
-}
-
-// Misuse names the fault, shows the usage, exits 2 and starts nothing.
-TEST(Vyrctl, MisuseShowsUsageAndFails) {
-  vyrtest::IpcRunDir run;
-  const std::pair<const char*, std::string> cases[] = {
-      {"bogus", "vyrctl: unknown command 'bogus'\n"},
-      {"start now", "vyrctl: unexpected argument 'now'\n"},
-      {"npsimu maybe", "vyrctl: npsimu takes 'on' or 'off', not 'maybe'\n"},
-  };
-  std::string out;
-  for (const auto& [args, complaint] : cases) {
-    EXPECT_EQ(Ctl(args, &out), 2) << args;
-    EXPECT_EQ(out.rfind(complaint + "usage: vyrctl start\n", 0), 0u) << args << ": " << out;
-    EXPECT_EQ(shmrm_attach(), SHMRM_ERR_NOTINIT) << args;
-  }
-  EXPECT_EQ(Ctl("--help 2>/dev/null", &out), 0);
-  EXPECT_EQ(out.rfind("usage: vyrctl start\n", 0), 0u) << "help is not on standard output";
 }
 
 }  // namespace
