@@ -28,6 +28,7 @@
 #include "unique_fd.h"
 #include "vip/defence/arp_probe.h"
 #include "vip/defence/claim_watch.h"
+#include "vip/defence/lan_query.h"
 
 namespace {
 
@@ -235,10 +236,10 @@ TEST_F(Defence, DadPassesForAFreeAddress) {
 TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
   const std::string peer = pair_->PeerMac();
   const std::string check = "<check><ping><execute>0</execute>%s</ping><arp><timeout>200</timeout>"
-                            "</arp></check>";
-  auto checks = [&check](const char* more) {
+                            "%s</arp></check>";
+  auto checks = [&check](const char* ping, const char* arp = "") {
     char text[256];
-    std::snprintf(text, sizeof text, check.c_str(), more);
+    std::snprintf(text, sizeof text, check.c_str(), ping, arp);
     return std::string(text);
   };
   const std::string warned = "deact check arp: 192.0.2.80 still answers. (MAC=" + peer + ")";
@@ -249,7 +250,8 @@ TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
        .rsc = "warned", .params = OnVa0("192.0.2.80/24", checks("")), .desc = "Success.",
        .gone = "192.0.2.80", .log = warned.c_str()},
       {.setup = "agent_has 192.0.2.80 va0:8", .mode = "--deactive", .rsc = "failed",
-       .params = OnVa0("192.0.2.80/24", checks("<error>1</error>")), .code = 25,
+       .params = OnVa0("192.0.2.80/24", checks("<error>1</error>", "<background>1</background>")),
+       .code = 25,
        .desc = "Internal error. (status=25)", .gone = "192.0.2.80", .log = warned.c_str()},
       {.setup = "ip -n $P addr del 192.0.2.80/24 dev vb0 && agent_has 192.0.2.80 va0:8",
        .mode = "--deactive", .rsc = "failed", .desc = "Success.", .gone = "192.0.2.80",
@@ -260,6 +262,49 @@ TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
        .desc = "Success.", .gone = "2001:db8::80", .log = warned6.c_str()},
   });
   // clang-format on
+}
+
+// With check/arp/background the deactivation does not wait for the answer:
+// the checker it leaves behind names a holder in the trace log, and a host
+// that probes for the address before it announces it (the next holder) is
+// not taken for one.
+TEST_F(Defence, ArpCheckInTheBackgroundNamesOnlyAStaleHolder) {
+  const std::string bg =
+      "<check><ping><execute>0</execute></ping><arp><timeout>500</timeout>"
+      "<background>1</background></arp></check>";
+  // The checker's last line: its outcome.
+  auto outcome = [this] {
+    std::string log;
+    for (int i = 0; i < 500; ++i) {
+      log = env_.Log();
+      if (Contains(log, "deact check arp OK") || Contains(log, "still answers") ||
+          Contains(log, "deact check arp failed")) {
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return log;
+  };
+  RunSteps({{.setup = "agent_has 192.0.2.82 va0:8 && peer_has 192.0.2.82", .mode = "--deactive",
+             .rsc = "stale", .params = OnVa0("192.0.2.82/24", bg), .desc = "Success.",
+             .gone = "192.0.2.82", .log = "deact check arp start. (background)"}});
+  std::string log = outcome();
+  EXPECT_TRUE(Contains(log, "deact check arp: 192.0.2.82 still answers. (MAC=" +
+                                pair_->PeerMac() + ")"))
+      << log;
+
+  RunSteps({{.setup = "agent_has 192.0.2.83 va0:8", .mode = "--deactive", .rsc = "moved",
+             .params = OnVa0("192.0.2.83/24", bg), .desc = "Success.", .gone = "192.0.2.83"}});
+  {
+    vyrtest::ScopedNetns inside(pair_->peer());
+    char mac[32] = {};
+    EXPECT_EQ(0, vip_arp_probe("vb0", "192.0.2.83", 100, mac, sizeof mac)) << mac;
+    ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.83/24 dev vb0"));
+    EXPECT_EQ(0, vip_lan_announce("vb0", "192.0.2.83", 2, 20));
+  }
+  log = outcome();
+  EXPECT_TRUE(Contains(log, "deact check arp OK")) << log;
+  EXPECT_FALSE(Contains(log, "still answers")) << log;
 }
 
 // The deep monitor's question: the peer holding the address too is named on

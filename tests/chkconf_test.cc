@@ -100,6 +100,7 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
          "E [004] Value of Rtnetlink is out of range. (value=2)",
          "E [004] Value of Preferred Lifetime is out of range. (value=-2)",
          "E [014] Value of ARP Check Timeout is not a number. (value=0.2)",
+         "E [004] Value of ARP Check Background is out of range. (value=3)",
          "E [007] NIC alias is invalid. (value=a b)",
          "E [006] IP address is invalid. (value=192.0.2)"}}},
       {"negdefence",

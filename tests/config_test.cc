@@ -90,7 +90,7 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
   const std::string ifconfig = "lock       = short:0|" + ipaddr + "ifconfig   = cmd:ifconfig,to:60|";
   const std::string chk =
       "chk ifconf = exec:1,rty:3,itv:1,err:0|chk ping   = exec:1,rty:3,itv:1,err:0|"
-      "chk arp    = to:0|";
+      "chk arp    = to:0,bg:0|";
   const std::string va0 = "isMiiw=0|ip:192.0.2.10, mask:255.255.255.0, ifname:va0|24 0 0 0 ";
   const std::string eth =
       "isMiiw=0|ip:192.0.2.10, mask:255.255.255.0, ifname:eth0:1|24 0 0 0 /opt/vyrcluster";
@@ -117,7 +117,7 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
            "lock       = short:1|ipaddr     = netlink:1,nodad:0,noprefixroute:0,preferred_lft:-1,"
            "nolabel:0,label:,broadcast:|" +
            tools + "chk ifconf = exec:0,rty:6,itv:4,err:1|chk ping   = exec:0,rty:8,itv:9,err:1|"
-           "chk arp    = to:200|" + v6 + "0 1 0 /opt/vyrtest"},
+           "chk arp    = to:200,bg:1|" + v6 + "0 1 0 /opt/vyrtest"},
       {"agent-nopath.xml", kShipped, 0, 0, act + defence + ifconfig + va0 + "/opt/vyrcluster"},
       {"agent-minimal.xml", kShipped, 0, 9,
        "xmllib_get_srvsep_value(/root/resource/vip@vip9/parameters/ip,ip) failed. (ret=4)", "vip9"},

@@ -181,3 +181,10 @@ int log_term(void* handle) {
 const char* log_path(void* handle) {
   return handle == nullptr ? nullptr : static_cast<LogHandle*>(handle)->path.c_str();
 }
+
+int log_fd(void* handle) {
+  if (handle == nullptr) return -1;
+  auto* h = static_cast<LogHandle*>(handle);
+  std::lock_guard<std::mutex> guard(h->lock);
+  return h->fd.get();
+}

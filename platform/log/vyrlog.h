@@ -44,3 +44,8 @@ int log_term(void* handle);
 // The file the handle writes to, or null for a null handle. Valid until
 // log_term.
 const char* log_path(void* handle);
+
+// The descriptor the handle writes through, or -1 for a null handle: what a
+// forked helper that closes everything else it inherited must keep open to
+// go on writing this log.
+int log_fd(void* handle);

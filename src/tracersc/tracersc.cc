@@ -81,6 +81,8 @@ void traceclose(void) { CloseOn(&loghandle, &traceinit); }
 
 const char* tracefile(void) { return log_path(loghandle); }
 
+int tracefd(void) { return log_fd(loghandle); }
+
 void tracetell(const char* name) { std::snprintf(rscname, 9, "%s", name ? name : ""); }
 
 void trace(int level, const char* file, int line, const char* func, const char* format, ...) {

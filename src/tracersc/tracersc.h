@@ -16,6 +16,8 @@ void traceopen(const char* type, int level, int size, const char* path);
 void traceclose(void);
 // The file of the open trace log, or null while it is not open.
 const char* tracefile(void);
+// The descriptor of the open trace log, or -1 while it is not open.
+int tracefd(void);
 // Keeps at most 8 characters of `name` as the prefix of later lines.
 void tracetell(const char* name);
 

@@ -260,7 +260,7 @@ done <<END
 0 * warn validate-all ip=198.51.100.16 lvs_support=true flush_routes=false | lvs_support=true is ignored
 0 * warn validate-all ip=198.51.100.16 flush_routes=false | !ignored
 0 198.51.100.16/24@vo0 slow start ip=198.51.100.16 ifconfig_use=0 ifconfig_timeout=30 run_arping=0 | start timeout of 20s is shorter than the 60s
-0 - slow stop ip=198.51.100.16 check_ping_execute=1 | stop timeout of 20s is shorter than the 23s
+0 - slow stop ip=198.51.100.16 check_ping_execute=1 | stop timeout of 20s is shorter than the 22s
 END
 ip -n "$peer" addr flush dev vo1
 
@@ -279,7 +279,7 @@ expect "stop" 0 "$rc"
 [ ! -e "$conf" ] || fail "configuration file left after stop"
 trace=$(tail -n "+$from" "$log")
 for line in 'arp        = cmd:arp,num:2,' 'defence    = na:2,dad:2000,arpprobe:0,dadprobe:200' \
-	'announce   = itv:200,bg:1' 'lock       = short:1' 'ifconfig   = cmd:ifconfig,to:2' 'chk arp    = to:200' \
+	'announce   = itv:200,bg:1' 'lock       = short:1' 'ifconfig   = cmd:ifconfig,to:2' 'chk arp    = to:200,bg:1' \
 	'ipaddr     = netlink:1,nodad:0,noprefixroute:0,preferred_lft:0,nolabel:1,label:,broadcast:none' \
 	'ping       = cmd:bin/vyrping,to:0,' 'chk ping   = exec:0,'; do
 	grep -qF -e "$line" <<<"$trace" || fail "not in the trace log: $line"

@@ -47,6 +47,7 @@ typedef struct _VIP_INFO {
   int arpprobetout;  // ms of ARP probing before an IPv4 activation
   int dadprobe;      // ms of the agent's own duplicate detection before an IPv6 activation
   int checkarptout;  // ms of asking the link who has the address after a removal; 0: not asked
+  int checkarpbg;    // 1: that question listened to by a detached process when it can only warn
   // The address change through rtnetlink (ipaddr/...); 0 keeps the ways
   // IsIfconfig chooses.
   int ipaddrnetlink;               // 1: list through the kernel, add and remove through rtnetlink

@@ -36,6 +36,7 @@ constexpr numeric_param kDefence[] = {
     {"Preferred Lifetime", "/root/resource/vip@%s/parameters/ipaddr/preferred_lft", "12"},
     {"No Label", "/root/resource/vip@%s/parameters/ipaddr/nolabel", "11"},
     {"ARP Check Timeout", "/root/resource/vip@%s/parameters/check/arp/timeout", "13"},
+    {"ARP Check Background", "/root/resource/vip@%s/parameters/check/arp/background", "9"},
 };
 // The longest label: the shortest interface name and the ':' leave 13 of
 // the kernel's 15 characters. The run checks the whole name.

@@ -22,6 +22,7 @@
 #include "nicCommon/ifaddrs_list.h"
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
+#include "vip/defence/detached.h"
 #include "vip/defence/raw_link.h"
 
 namespace vyr {
@@ -144,16 +145,6 @@ bool TermBefore(Clock::time_point deadline) {
   }
 }
 
-// The standard streams on /dev/null and every other descriptor closed but
-// `keep`.
-void Detach(int keep) {
-  const int null = ::open("/dev/null", O_RDWR);
-  for (int fd = 0; fd < 3 && null >= 0; ++fd) ::dup2(null, fd);
-  if (keep > 3) ::close_range(3, static_cast<unsigned>(keep) - 1, 0);
-  ::close_range(static_cast<unsigned>(keep) + 1, ~0U, 0);
-  if (null > 2 && null != keep) ::close(null);
-}
-
 struct Job {
   const AnnounceTarget* target;
   const void* frame;
@@ -173,7 +164,7 @@ struct Job {
   ::sigprocmask(SIG_BLOCK, &term, nullptr);
   ::prctl(PR_SET_NAME, kAnnouncerName, 0, 0, 0);
   if (::chdir("/") != 0) ::_exit(1);
-  Detach(ready);
+  DetachDescriptors({ready});
   Record rec;
   if (!WriteOwnRecord(job.pidfile, &rec)) ::_exit(1);
   const StartNote note{rec.pid, 1};
@@ -242,7 +233,7 @@ bool StartAnnouncer(const Job& job) {
   const pid_t child = ::fork();
   if (child < 0) return false;
   if (child == 0) {
-    read_end.release();  // the copy closes with everything else in Detach
+    read_end.release();  // the copy closes with everything else in DetachDescriptors
     if (::setsid() < 0) ::_exit(1);
     const pid_t grandchild = ::fork();
     if (grandchild != 0) {

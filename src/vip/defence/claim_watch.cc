@@ -196,6 +196,13 @@ bool ClaimWatch::IsClaim(const unsigned char* frame, std::size_t len) const {
   return probes && IsZero(frame + kOffIp6Source, 16);
 }
 
+// A claim (IsClaim holds) that is a probe: sender 0.0.0.0, or a
+// solicitation from ::.
+bool ClaimWatch::IsProbe(const unsigned char* frame) const {
+  if (!target_.ipv6) return IsZero(frame + kOffArpSenderIp, 4);
+  return frame[kOffIcmpType] != kNeighborAdvert && IsZero(frame + kOffIp6Source, 16);
+}
+
 int ClaimWatch::WaitClaim(Clock::time_point until, unsigned char* claimant) {
   // Frames already queued at `until` are still looked at, a bounded number
   // of them, so that a flood cannot hold the wait open.
@@ -218,6 +225,7 @@ int ClaimWatch::WaitClaim(Clock::time_point until, unsigned char* claimant) {
           IsClaim(frame, static_cast<std::size_t>(got))) {
         const unsigned off = target_.ipv6 ? kOffEtherSource : kOffArpSenderMac;
         std::memcpy(claimant, frame + off, kMacLen);
+        probe_ = IsProbe(frame);
         return status::kInUse;
       }
       if (Clock::now() < until || ++late <= kLateFrames) continue;

@@ -60,11 +60,20 @@ class ClaimWatch {
   // the socket fails.
   int WaitClaim(Clock::time_point until, unsigned char* claimant);
 
+  // Whether the claim WaitClaim reported last was a probe (a host about
+  // to take the address) rather than an answer.
+  bool ClaimWasProbe() const { return probe_; }
+
   const unsigned char* mac() const { return mac_; }
+  // The descriptors the watch holds (-1 when none), for a detached process
+  // that keeps watching.
+  int fd() const { return sock_.get(); }
+  int group_fd() const { return group_.get(); }
   unsigned ifindex() const { return ifindex_; }
 
  private:
   bool IsClaim(const unsigned char* frame, std::size_t len) const;
+  bool IsProbe(const unsigned char* frame) const;
   void JoinSolicitedNode();
 
   UniqueFd sock_;
@@ -73,6 +82,7 @@ class ClaimWatch {
   Claims claims_ = Claims::kAnswers;
   unsigned ifindex_ = 0;
   unsigned char mac_[kMacLen] = {};
+  bool probe_ = false;
 };
 
 // RFC 5227's probe count.

@@ -1,5 +1,8 @@
 #include "vip/defence/lan_query.h"
 
+#include <sys/prctl.h>
+#include <unistd.h>
+
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -12,6 +15,7 @@
 #include "vip/defence/announce.h"
 #include "vip/defence/arp.h"
 #include "vip/defence/claim_watch.h"
+#include "vip/defence/detached.h"
 #include "vip/defence/raw_link.h"
 
 namespace {
@@ -86,6 +90,45 @@ int Query(const char* ifname, const vyr::LinkTarget& target, int window_ms, bool
   }
 }
 
+// The detached listener: until `end`, the first answer from a MAC that has
+// not probed for the address is reported. Never returns.
+[[noreturn]] void ListenDetached(vyr::ClaimWatch& watch, vyr::Clock::time_point end,
+                                 LanQueryReport report) {
+  ::prctl(PR_SET_NAME, "vyrlancheck", 0, 0, 0);
+  if (::chdir("/") != 0) ::_exit(1);
+  vyr::DetachDescriptors({watch.fd(), watch.group_fd(), tracefd()});
+  std::vector<Mac> taking_over;
+  for (;;) {
+    unsigned char mac[vyr::kMacLen];
+    const int ret = watch.WaitClaim(end, mac);
+    if (ret == kInUse && watch.ClaimWasProbe()) {
+      Note(&taking_over, mac);
+      continue;
+    }
+    if (ret == kInUse && !Note(&taking_over, mac)) continue;
+    char text[32] = {};
+    if (ret == kInUse) vyr::FormatMac(mac, text, sizeof text);
+    report(ret, ret == kInUse ? text : nullptr);
+    ::_exit(0);
+  }
+}
+
+int QueryDetached(const char* ifname, const vyr::LinkTarget& target, int window_ms,
+                  LanQueryReport report) {
+  vyr::ClaimWatch watch;
+  int ret = watch.Open(ifname, target, vyr::Claims::kAnswersAndProbes);
+  if (ret != 0) return ret;
+  vyr::ns_frame frame;
+  const std::size_t len = QueryFrame(ifname, watch, target, &frame);
+  const vyr::Clock::time_point end =
+      vyr::Clock::now() + std::chrono::milliseconds(window_ms > 0 ? window_ms : 0);
+  ret = watch.Send(&frame, len);
+  if (ret != 0) return ret;
+  const int forked = vyr::ForkDetached();
+  if (forked == 0) ListenDetached(watch, end, report);
+  return forked > 0 ? 0 : -1;
+}
+
 int Announce(const char* ifname, const vyr::LinkTarget& target, int count, int interval_ms) {
   vyr::UniqueFd sock = vyr::OpenPacketSocket();
   if (!sock) {
@@ -149,6 +192,21 @@ int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whol
     ret = Query(ifname, target, window_ms, whole_window, addr, first);
   }
   if (ret == kInUse) vyr::FormatMac(first, mac, maclen);
+  TRACE(TRACE_DETAIL, "return(%d)", ret);
+  return ret;
+}
+
+int vip_lan_query_detached(const char* ifname, const char* addr, int window_ms,
+                           LanQueryReport report) {
+  TRACE(TRACE_DETAIL, "vip_lan_query_detached(%s,%s,%d)  ENTRY...", ifname, addr, window_ms);
+  vyr::LinkTarget target;
+  int ret = 0;
+  if (!vyr::ParseLinkTarget(addr, &target)) {
+    TRACE(TRACE_ERROR, "inet_pton(%s) failed.", addr);
+    ret = vyr::kRawNoInterface;
+  } else {
+    ret = QueryDetached(ifname, target, window_ms, report);
+  }
   TRACE(TRACE_DETAIL, "return(%d)", ret);
   return ret;
 }

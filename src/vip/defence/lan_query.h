@@ -22,6 +22,25 @@
 int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whole_window, char* mac,
                   std::size_t maclen);
 
+// What the detached half of vip_lan_query_detached reports at its end: 0
+// and null when nobody else answered, 15 and the first other MAC's text, or
+// 19 when its socket failed.
+using LanQueryReport = void (*)(int ret, const char* mac);
+
+// The same question without waiting for the answer: asked once, at once,
+// on this thread; the rest of `window_ms` is listened to by a detached
+// process (named "vyrlancheck", see detached.h) that calls `report` and
+// ends. A MAC that probes for the address meanwhile (sender 0.0.0.0, or a
+// Neighbor Solicitation from ::) is a host taking the address over, and its
+// answers do not count. Asking only at the start keeps this node's probe
+// frames out of a successor's duplicate probe, which begins once this
+// node's stop has returned. 0 once the listener runs; 19, 20 or 21 as
+// vip_lan_query; -1 when no process could be started (the question went
+// out; the caller may ask again in line). Main thread only, while no worker
+// thread runs.
+int vip_lan_query_detached(const char* ifname, const char* addr, int window_ms,
+                           LanQueryReport report);
+
 // Tells the link `count` times, `interval_ms` apart, that `addr` is here: a
 // gratuitous ARP request from the interface's MAC (IPv4), an unsolicited
 // Neighbor Advertisement from its link-local address (IPv6). 0, or 19, 20

@@ -17,6 +17,11 @@
 
 namespace {
 
+// The address a check in the background reports on (its callback takes no
+// context; the detached process is a copy of this one).
+char arp_check_addr[VIP_ADDR_LEN];
+const char* ArpCheckAddress() { return arp_check_addr; }
+
 // The state of one deactivation run.
 struct Deactivation {
   VIP_INFO* info;
@@ -149,6 +154,35 @@ int ConfirmByArp(VIP_INFO* info) {
   return vyr::Fail(vyr::status::kStillAnswers);
 }
 
+// The end of a check in the background, in the detached process: the
+// lines the in-line check writes for the same outcome.
+void ReportArpCheck(int ret, const char* mac) {
+  if (ret == 0) {
+    TRACE(TRACE_DETAIL, "deact check arp OK");
+  } else if (ret == vyr::status::kInUse) {
+    TRACE(TRACE_WARNING, "deact check arp: %s still answers. (MAC=%s)", ArpCheckAddress(), mac);
+  } else {
+    TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", ArpCheckAddress(), ret);
+  }
+}
+
+// The same question when its answer can only be a warning: asked at once,
+// listened to by a detached process, so that the run does not wait for the
+// window. When no process can be started it is asked in line. 0.
+int ConfirmByArpInBackground(VIP_INFO* info) {
+  if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
+    TRACE(TRACE_INFO, "deact check arp skip, because npsimu is enabled.");
+    return 0;
+  }
+  TRACE(TRACE_DETAIL, "deact check arp start. (background)");
+  std::snprintf(arp_check_addr, sizeof arp_check_addr, "%s", info->addr);
+  const int ret = vip_lan_query_detached(info->ifname, info->addr, info->checkarptout,
+                                         ReportArpCheck);
+  if (ret == -1) return ConfirmByArp(info);
+  if (ret != 0) TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", info->addr, ret);
+  return 0;
+}
+
 // Inside the critical section: the listing, the presence test and the
 // removal.
 int RemoveLocked(Deactivation& run) {
@@ -194,8 +228,12 @@ int ConfirmRemoval(Deactivation& run) {
     int ret = ConfirmByProbe(run.info);
     if (ret != 0) return ret;
   }
-  if (run.info->checkarptout > 0) return ConfirmByArp(run.info);
-  return 0;
+  if (run.info->checkarptout <= 0) return 0;
+  // An answer that cannot fail the run need not be waited for.
+  if (run.info->checkarpbg != 0 && run.info->checkpierror == 0) {
+    return ConfirmByArpInBackground(run.info);
+  }
+  return ConfirmByArp(run.info);
 }
 
 // An announcer still sending for the address would tell the LAN it is here

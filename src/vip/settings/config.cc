@@ -89,6 +89,7 @@ constexpr IntSetting kChecks[] = {
     {"check/ping/interval", &VIP_INFO::checkpiinterval, 1},
     {"check/ping/error", &VIP_INFO::checkpierror, 0},
     {"check/arp/timeout", &VIP_INFO::checkarptout, 0},
+    {"check/arp/background", &VIP_INFO::checkarpbg, 0},
 };
 constexpr IntSetting kLink[] = {
     {"defmethod", &VIP_INFO::miiw_method, 0},
@@ -224,7 +225,7 @@ void ReadSettings(VIP_INFO* info) {
           info->checkifretry, info->checkifinterval, info->checkiferror);
     TRACE(TRACE_INFO, "chk ping   = exec:%d,rty:%d,itv:%d,err:%d", info->checkpiexec,
           info->checkpiretry, info->checkpiinterval, info->checkpierror);
-    TRACE(TRACE_INFO, "chk arp    = to:%d", info->checkarptout);
+    TRACE(TRACE_INFO, "chk arp    = to:%d,bg:%d", info->checkarptout, info->checkarpbg);
   }
 
   ReadInts(info, kLink);
