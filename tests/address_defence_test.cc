@@ -235,8 +235,9 @@ TEST_F(Defence, DadPassesForAFreeAddress) {
 // IPv6 alike.
 TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
   const std::string peer = pair_->PeerMac();
-  const std::string check = "<check><ping><execute>0</execute>%s</ping><arp><timeout>200</timeout>"
-                            "%s</arp></check>";
+  const std::string check =
+      "<check><ping><execute>0</execute>%s</ping><arp><timeout>200</timeout>"
+      "%s</arp></check>";
   auto checks = [&check](const char* ping, const char* arp = "") {
     char text[256];
     std::snprintf(text, sizeof text, check.c_str(), ping, arp);
@@ -285,16 +286,24 @@ TEST_F(Defence, ArpCheckInTheBackgroundNamesOnlyAStaleHolder) {
     }
     return log;
   };
-  RunSteps({{.setup = "agent_has 192.0.2.82 va0:8 && peer_has 192.0.2.82", .mode = "--deactive",
-             .rsc = "stale", .params = OnVa0("192.0.2.82/24", bg), .desc = "Success.",
-             .gone = "192.0.2.82", .log = "deact check arp start. (background)"}});
+  RunSteps({{.setup = "agent_has 192.0.2.82 va0:8 && peer_has 192.0.2.82",
+             .mode = "--deactive",
+             .rsc = "stale",
+             .params = OnVa0("192.0.2.82/24", bg),
+             .desc = "Success.",
+             .gone = "192.0.2.82",
+             .log = "deact check arp start. (background)"}});
   std::string log = outcome();
-  EXPECT_TRUE(Contains(log, "deact check arp: 192.0.2.82 still answers. (MAC=" +
-                                pair_->PeerMac() + ")"))
+  EXPECT_TRUE(
+      Contains(log, "deact check arp: 192.0.2.82 still answers. (MAC=" + pair_->PeerMac() + ")"))
       << log;
 
-  RunSteps({{.setup = "agent_has 192.0.2.83 va0:8", .mode = "--deactive", .rsc = "moved",
-             .params = OnVa0("192.0.2.83/24", bg), .desc = "Success.", .gone = "192.0.2.83"}});
+  RunSteps({{.setup = "agent_has 192.0.2.83 va0:8",
+             .mode = "--deactive",
+             .rsc = "moved",
+             .params = OnVa0("192.0.2.83/24", bg),
+             .desc = "Success.",
+             .gone = "192.0.2.83"}});
   {
     vyrtest::ScopedNetns inside(pair_->peer());
     char mac[32] = {};

@@ -116,8 +116,10 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
        "ping       = cmd:bin/myping,to:1,rty:0,itv:1,frc:0,nps:2|" + arp +
            "lock       = short:1|ipaddr     = netlink:1,nodad:0,noprefixroute:0,preferred_lft:-1,"
            "nolabel:0,label:,broadcast:|" +
-           tools + "chk ifconf = exec:0,rty:6,itv:4,err:1|chk ping   = exec:0,rty:8,itv:9,err:1|"
-           "chk arp    = to:200,bg:1|" + v6 + "0 1 0 /opt/vyrtest"},
+           tools +
+           "chk ifconf = exec:0,rty:6,itv:4,err:1|chk ping   = exec:0,rty:8,itv:9,err:1|"
+           "chk arp    = to:200,bg:1|" +
+           v6 + "0 1 0 /opt/vyrtest"},
       {"agent-nopath.xml", kShipped, 0, 0, act + defence + ifconfig + va0 + "/opt/vyrcluster"},
       {"agent-minimal.xml", kShipped, 0, 9,
        "xmllib_get_srvsep_value(/root/resource/vip@vip9/parameters/ip,ip) failed. (ret=4)", "vip9"},

@@ -176,8 +176,8 @@ int ConfirmByArpInBackground(VIP_INFO* info) {
   }
   TRACE(TRACE_DETAIL, "deact check arp start. (background)");
   std::snprintf(arp_check_addr, sizeof arp_check_addr, "%s", info->addr);
-  const int ret = vip_lan_query_detached(info->ifname, info->addr, info->checkarptout,
-                                         ReportArpCheck);
+  const int ret =
+      vip_lan_query_detached(info->ifname, info->addr, info->checkarptout, ReportArpCheck);
   if (ret == -1) return ConfirmByArp(info);
   if (ret != 0) TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", info->addr, ret);
   return 0;
