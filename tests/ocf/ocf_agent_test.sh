@@ -1,15 +1,8 @@
 #!/usr/bin/env bash
-# The OCF agent ocf:vyrcluster:vyrvip, installed from the build into a private
-# prefix and a private agent folder, run for real inside network namespaces
-# made here with documentation addresses: the node (vo0 to the peer; vo2 and
-# vo3, a veth pair of its own, carry overlapping routes) and the peer, which
-# plays the other holder of an address. Checked: the meta-data and
-# docs/pacemaker.md, ocf-tester, then one table of actions (parameters,
-# expected OCF code, where the address is afterwards, what the log or the
-# exit reason says), and every exit status of the program through a
-# stand-in.
-# Usage: ocf_agent_test.sh BUILD_DIR SOURCE_DIR. Exit 77: skipped (not root,
-# or no namespaces).
+# The OCF agent, installed from the build into a private prefix, run in two
+# namespaces made here: the node (vo0 to the peer; the pair vo2/vo3 carries
+# overlapping routes) and the peer, the other holder of an address.
+# Usage: ocf_agent_test.sh BUILD_DIR SOURCE_DIR (exit 77: skipped).
 set -uo pipefail
 
 build=$1
@@ -99,10 +92,9 @@ expect() {
 	[ "$2" = "$3" ] || fail "$1: expected [$2], got [$3]"
 }
 
-# Runs an agent action: ocf RESOURCE ACTION [name=value...] (depth=N sets
-# OCF_CHECK_LEVEL); sets rc, out and err (stderr: the log and the exit
-# reason). It runs in the node's namespace, or in the peer's when the
-# address goes into the node's through network_namespace.
+# ocf RESOURCE ACTION [name=value...] (depth=N sets OCF_CHECK_LEVEL) sets rc,
+# out and err (the log and exit reason); run in the node's namespace, or in
+# the peer's when network_namespace puts the address into the node's.
 ocf() {
 	local rsc=$1 action=$2 netns=$node
 	shift 2
@@ -132,8 +124,7 @@ where() {
 
 meta=$("$agent" meta-data)
 expect "meta-data status" 0 $?
-# From the DTD's folder, as ocf-tester does, so that the document's own
-# DOCTYPE resolves as well.
+# From the DTD's folder, as ocf-tester does, so that the DOCTYPE resolves.
 dtd_out=$(cd "${dtd%/*}" && xmllint --noout --valid --dtdvalid "$dtd" - <<<"$meta" 2>&1) ||
 	fail "meta-data does not validate against ra-api-1.dtd: $dtd_out"
 expect "meta-data as nobody" "$meta" "$(su nobody -s /bin/sh -c "'$agent' meta-data" 2>&1)"
@@ -256,6 +247,16 @@ done <<END
 6 * bad validate-all ip=198.51.100.40 nic=vo0 iflabel=a:b
 6 * bad validate-all nic=vo0
 5 * bad validate-all ip=198.51.100.40 nic=vo9
+# Values that are not legal reach no command line (checked below); a
+# resource name that is not a legal word runs under a mapped one. A probe
+# without the interface finds the address stopped; a stop with settings that
+# could never start is done.
+6 * vipbad start ip=198.51.100.41 nic=vo0;:>$work/injected
+6 * vipbad start ip=198.51.100.41\$(:>$work/injected) nic=vo0
+0 198.51.100.41/24@vo0 vip\$(:>$work/injected) start ip=198.51.100.41 nic=vo0 ping_timeout=0
+0 - vip\$(:>$work/injected) stop ip=198.51.100.41 nic=vo0
+7 * vipbad monitor ip=198.51.100.42 nic=vo9
+0 * vipbad stop ip=198.51.100.256 nic=vo0
 # IPaddr2's parameters that vyrvip does not serve; settings that cannot fit.
 0 * warn validate-all ip=198.51.100.16 lvs_support=true flush_routes=false | lvs_support=true is ignored
 0 * warn validate-all ip=198.51.100.16 flush_routes=false | !ignored
@@ -263,6 +264,7 @@ done <<END
 0 - slow stop ip=198.51.100.16 check_ping_execute=1 | stop timeout of 20s is shorter than the 22s
 END
 ip -n "$peer" addr flush dev vo1
+[ ! -e "$work/injected" ] || fail "a parameter reached a shell"
 
 # What the configuration file hands the program, as the program's trace log
 # shows it read; the file goes with the stop.
@@ -286,22 +288,6 @@ for line in 'arp        = cmd:arp,num:2,' 'defence    = na:2,dad:2000,arpprobe:0
 done
 expect "stored description" "$(printf 'pacemaker\tvip\tv4\tSuccess.')" "$("$prefix/bin/vyrctl" status | grep -P '\tv4\t')"
 expect "a long id's row" 1 "$("$prefix/bin/vyrctl" status | grep -cP '\tip-198\.51\.100\.14-websh-[0-9a-f]{8}\t')"
-
-# Values that are not legal reach no command line.
-ocf vipbad start "ip=198.51.100.41" "nic=vo0;touch $work/injected"
-expect "shell word in nic" 6 "$rc"
-ocf vipbad start "ip=198.51.100.41\$(touch $work/injected)" nic=vo0
-expect "shell word in ip" 6 "$rc"
-ocf "vip\$(touch $work/injected)" start ip=198.51.100.41 nic=vo0 ping_timeout=0
-expect "shell word in the resource name: started under a mapped name" "0 198.51.100.41/24@vo0" "$rc $(where 198.51.100.41)"
-ocf "vip\$(touch $work/injected)" stop ip=198.51.100.41 nic=vo0
-[ ! -e "$work/injected" ] || fail "a parameter reached a shell"
-# A probe on a node without the interface finds the address stopped; a stop
-# with settings that could never start is done.
-ocf vipbad monitor ip=198.51.100.42 nic=vo9
-expect "probe without the interface" 7 "$rc"
-ocf vipbad stop ip=198.51.100.256 nic=vo0
-expect "stop with a bad address" 0 "$rc"
 
 # Every exit status of the program, through a stand-in program that exits
 # with the status asked for and stores a description as the program does.
