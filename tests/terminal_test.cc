@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/agent_fixture.h"
@@ -16,26 +17,21 @@ const std::string kUsage =
     "usage: vyrvip --add -a ipaddress[/subnet] [-i interface]\n"
     "              --del -a ipaddress\n";
 
-struct Ran {
-  int status = -1;
-  std::string text;  // what the terminal showed, or what came through the pipe
-};
-
-// Runs vyrvip of `env` with `args` as root or as nobody, its standard output
-// and error on a new pseudo-terminal (`terminal`, through script(1)) or on a
-// pipe.
-Ran Spawn(const vyrtest::ClusterEnv& env, const std::vector<std::string>& args, bool nobody,
-          bool terminal) {
+// Runs vyrvip of `env` as root or as nobody, its standard output and error
+// on a new pseudo-terminal (through script(1)) or on a pipe: its status and
+// what the terminal showed, or what came through the pipe.
+std::pair<int, std::string> Spawn(const vyrtest::ClusterEnv& env,
+                                  const std::vector<std::string>& args, bool nobody,
+                                  bool terminal) {
   std::string line = "env " + env.EnvAssignments() +
                      (nobody ? " setpriv --reuid=65534 --regid=65534 --clear-groups" : "") + " '" +
                      env.prefix() + "/bin/vyrvip'";
   for (const auto& a : args) line += " '" + a + "'";
   if (terminal) line = "script -qefc \"" + line + "\" /dev/null";
-  Ran ran;
-  ran.status = vyrtest::Sh(line + " </dev/null", &ran.text);
-  // The terminal turns each newline into a carriage return and a newline.
-  std::erase(ran.text, '\r');
-  return ran;
+  std::string text;
+  const int status = vyrtest::Sh(line + " </dev/null", &text);
+  std::erase(text, '\r');  // the terminal's newlines are "\r\n"
+  return {status, text};
 }
 
 using Terminal = vyrtest::CheckEnvTest;
@@ -73,14 +69,9 @@ TEST_F(Terminal, FailingRunsGiveOneReasonOnATerminalAndNothingOnAPipe) {
   // With the cluster's tables up, a run that wrote no description stores "Success.".
   ASSERT_EQ(0, env_.Ctl("start"));
   for (const auto& c : cases) {
-    std::string line;
-    for (const auto& a : c.args) line += " " + a;
-    const Ran on_terminal = Spawn(env_, c.args, c.nobody, true);
-    EXPECT_EQ(c.status, on_terminal.status) << line;
-    EXPECT_EQ(c.shown, on_terminal.text) << line;
-    const Ran on_pipe = Spawn(env_, c.args, c.nobody, false);
-    EXPECT_EQ(c.status, on_pipe.status) << line;
-    EXPECT_EQ("", on_pipe.text) << line;
+    SCOPED_TRACE(testing::PrintToString(c.args));
+    EXPECT_EQ(std::pair(c.status, c.shown), Spawn(env_, c.args, c.nobody, true));
+    EXPECT_EQ(std::pair(c.status, std::string()), Spawn(env_, c.args, c.nobody, false));
   }
   env_.Ctl("stop");
   EXPECT_NE(std::string::npos, ReadFile(check_).find("Success in a composition check."));
