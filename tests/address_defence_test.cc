@@ -372,16 +372,12 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   const std::size_t at = out.find("fe80:");
   ASSERT_NE(at, std::string::npos) << out;
   const std::string linklocal = out.substr(at, out.find('/', at) - at);
-  const std::string catching =
-      "(ip netns exec $P timeout 60 tcpdump -l -xx -i vb0 -n -c 2 'ether src " + mac +
-      " and icmp6 and ip6[40] = 136' >$D/na 2>&1 &); for i in $(seq 200); do grep -qs listening "
-      "$D/na && break; sleep 0.05; done; ";
-  const std::string first =
-      catching +
-      "ip -n $P -6 neigh replace 2001:db8::50 lladdr 02:00:00:00:00:99 dev vb0 nud stale";
+  vyrtest::PeerCatch na(*pair_, true, "2001:db8::50");
+  ASSERT_TRUE(na.ok());
   // clang-format off
   RunSteps({
-      {.setup = first.c_str(), .mode = "--active", .rsc = "na",
+      {.setup = "ip -n $P -6 neigh replace 2001:db8::50 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
+       .mode = "--active", .rsc = "na",
        .params = OnVa0("2001:db8::50/64", "<na><retry>2</retry></na>"), .desc = "Success.",
        .shown = "2001:db8::50/64", .log = "vip_send_na() OK."},
       {.setup = "ip -n $P -6 neigh replace 2001:db8::51 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
@@ -397,16 +393,9 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   pair_->InPeer("ip -6 neigh show dev vb0", &neigh);
   EXPECT_TRUE(Contains(neigh, "2001:db8::50 lladdr " + mac)) << neigh;
   EXPECT_TRUE(Contains(neigh, "2001:db8::51 lladdr 02:00:00:00:00:99")) << neigh;
-
-  std::string dump;
-  for (int i = 0; i < 200 && vyrtest::DumpedFrames(dump, " IP6 ").size() < 2; ++i) {
-    usleep(50000);
-    dump = vyrtest::ReadFile(env_.dir() + "/na");
-  }
-  const auto frames = vyrtest::DumpedFrames(dump, " IP6 ");
-  ASSERT_EQ(frames.size(), 2u) << dump;
-  for (const auto& frame : frames) {
-    EXPECT_EQ(frame, vyrtest::NeighborAdvert(mac, linklocal, "2001:db8::50")) << dump;
+  ASSERT_EQ(na.WaitFor(3, std::chrono::seconds(3)), 2u);
+  for (const auto& frame : na.frames) {
+    EXPECT_EQ(frame, vyrtest::NeighborAdvert(mac, linklocal, "2001:db8::50"));
   }
 }
 

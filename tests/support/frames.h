@@ -1,8 +1,7 @@
-// The frames the agent puts on the wire, as the standards lay them out,
-// built here byte by byte and not from the agent's own structures: the
-// gratuitous ARP of RFC 826 / RFC 5227 and the unsolicited Neighbor
-// Advertisement of RFC 4861 with RFC 4443's checksum; the frames of a
-// `tcpdump -xx` dump read back, and those of one address caught on the peer.
+// The frames the agent puts on the wire, built here byte by byte and not
+// from the agent's own structures: the gratuitous ARP of RFC 826 / RFC 5227
+// and the unsolicited Neighbor Advertisement of RFC 4861 with RFC 4443's
+// checksum; and those of one address caught on the peer.
 #pragma once
 
 #include <arpa/inet.h>
@@ -15,9 +14,8 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <cstdio>
-#include <sstream>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,30 +27,10 @@ namespace vyrtest {
 
 using Bytes = std::vector<unsigned char>;
 
-inline constexpr unsigned char kEtherArp[2] = {0x08, 0x06};
-inline constexpr unsigned char kEtherIpv6[2] = {0x86, 0xdd};
-// Ethernet's shortest frame without the check sequence: ARP is padded to it.
-inline constexpr std::size_t kEtherMinFrame = 60;
-// Offsets in an ARP frame: the operation's low byte, the sender's and the
-// target's IPv4 address; its length without padding.
+// An ARP frame's operation (its low byte at kArpOpLow).
 inline constexpr std::size_t kArpOpLow = 21;
-inline constexpr std::size_t kArpSenderIp = 28;
-inline constexpr std::size_t kArpTargetIp = 38;
-inline constexpr std::size_t kArpFrameLen = 42;
-// Offsets in an IPv6 frame: the next header, the ICMPv6 type, an
-// advertisement's target.
-inline constexpr std::size_t kIpv6NextHeader = 20;
-inline constexpr unsigned char kIcmp6 = 58;
-inline constexpr std::size_t kIcmp6Type = 54;
-inline constexpr std::size_t kAdvertTarget = 62;
 inline constexpr int kArpRequest = 1;
 inline constexpr int kArpReply = 2;
-// ICMPv6 type of a Neighbor Advertisement, its "override" flag, the option
-// "target link-layer address" and the hop limit RFC 4861 demands.
-inline constexpr unsigned char kIcmp6Advert = 136;
-inline constexpr unsigned char kAdvertOverride = 0x20;
-inline constexpr unsigned char kOptTargetMac = 2;
-inline constexpr unsigned char kNdHopLimit = 255;
 
 // "xx:xx:xx:xx:xx:xx" as its six bytes.
 inline Bytes MacBytes(const std::string& mac) {
@@ -78,33 +56,33 @@ inline void Append(Bytes* frame, const Bytes& part) {
 }
 
 // A gratuitous ARP frame from `mac` for `addr`: broadcast, sender and target
-// both the address, padded to the shortest Ethernet frame.
+// both the address, padded to Ethernet's shortest frame (60 bytes).
 inline Bytes GratuitousArp(const std::string& mac, const char* addr, int op) {
   Bytes f(6, 0xff);
   Append(&f, MacBytes(mac));
-  Append(&f, {kEtherArp[0], kEtherArp[1], 0x00, 0x01, 0x08, 0x00, 6, 4, 0,
-              static_cast<unsigned char>(op)});
+  Append(&f, {0x08, 0x06, 0x00, 0x01, 0x08, 0x00, 6, 4, 0, static_cast<unsigned char>(op)});
   for (int side = 0; side < 2; ++side) {
     Append(&f, MacBytes(mac));
     Append(&f, AddrBytes(addr));
   }
-  f.resize(kEtherMinFrame, 0);
+  f.resize(60, 0);
   return f;
 }
 
-// An unsolicited Neighbor Advertisement for `target` from `mac` and the
-// link-local `source` to all nodes, with its checksum worked out from the
-// pseudo-header.
+// An unsolicited Neighbor Advertisement (ICMPv6 136, hop limit 255, the
+// override flag, the target link-layer address option) for `target` from
+// `mac` and the link-local `source` to all nodes, with its checksum worked
+// out from the pseudo-header.
 inline Bytes NeighborAdvert(const std::string& mac, const std::string& source,
                             const char* target) {
   Bytes f = {0x33, 0x33, 0, 0, 0, 1};
   Append(&f, MacBytes(mac));
-  Append(&f, {kEtherIpv6[0], kEtherIpv6[1], 0x60, 0, 0, 0, 0, 32, kIcmp6, kNdHopLimit});
+  Append(&f, {0x86, 0xdd, 0x60, 0, 0, 0, 0, 32, 58, 255});
   Append(&f, AddrBytes(source.c_str()));
   Append(&f, AddrBytes("ff02::1"));
-  Append(&f, {kIcmp6Advert, 0, 0, 0, kAdvertOverride, 0, 0, 0});
+  Append(&f, {136, 0, 0, 0, 0x20, 0, 0, 0});
   Append(&f, AddrBytes(target));
-  Append(&f, {kOptTargetMac, 1});
+  Append(&f, {2, 1});
   Append(&f, MacBytes(mac));
   uint32_t sum = 32 + 58;
   for (std::size_t i = 22; i < f.size(); i += 2) sum += static_cast<uint32_t>(f[i] << 8 | f[i + 1]);
@@ -112,32 +90,6 @@ inline Bytes NeighborAdvert(const std::string& mac, const std::string& source,
   f[56] = static_cast<unsigned char>(~sum >> 8);
   f[57] = static_cast<unsigned char>(~sum);
   return f;
-}
-
-// The bytes of each frame of a `tcpdump -xx` dump whose summary lines hold
-// `kind` (" IP6 ", " ARP, "), in order.
-inline std::vector<Bytes> DumpedFrames(const std::string& dump, const char* kind) {
-  std::vector<Bytes> frames;
-  std::istringstream lines(dump);
-  std::string line;
-  while (std::getline(lines, line)) {
-    const std::size_t at = line.find("0x");
-    if (at == std::string::npos || line.find(':', at) == std::string::npos || at > 2) {
-      // A frame's summary line begins with its time stamp.
-      if (line.find(kind) != std::string::npos) frames.emplace_back();
-      continue;
-    }
-    if (frames.empty()) continue;
-    std::istringstream words(line.substr(line.find(':', at) + 1));
-    std::string word;
-    while (words >> word) {
-      for (std::size_t i = 0; i + 1 < word.size(); i += 2) {
-        frames.back().push_back(
-            static_cast<unsigned char>(std::stoi(word.substr(i, 2), nullptr, 16)));
-      }
-    }
-  }
-  return frames;
 }
 
 // The announcements of one address as the peer's vb0 receives them (ARP
@@ -185,13 +137,13 @@ class PeerCatch {
   std::vector<double> times;  // arrival, seconds of the wall clock
 
  private:
+  // An advertisement (next header 58, ICMPv6 type 136) for the address at
+  // 62; an ARP frame with it as sender (28) and target (38).
   bool Ours(const unsigned char* f, std::size_t n) const {
     if (ipv6_) {
-      return n >= kAdvertTarget + 16 && f[kIpv6NextHeader] == kIcmp6 &&
-             f[kIcmp6Type] == kIcmp6Advert && std::memcmp(f + kAdvertTarget, addr_, 16) == 0;
+      return n >= 78 && f[20] == 58 && f[54] == 136 && std::memcmp(f + 62, addr_, 16) == 0;
     }
-    return n >= kArpFrameLen && std::memcmp(f + kArpSenderIp, addr_, 4) == 0 &&
-           std::memcmp(f + kArpTargetIp, addr_, 4) == 0;
+    return n >= 42 && std::memcmp(f + 28, addr_, 4) == 0 && std::memcmp(f + 38, addr_, 4) == 0;
   }
   bool ipv6_;
   unsigned char addr_[16] = {};
