@@ -2,13 +2,6 @@
 // link before an activation, alone and end to end, the kernel's DAD verdict
 // and the unsolicited Neighbor Advertisements after an IPv6 one, the
 // announcements in the background, and the short critical section.
-#include <arpa/inet.h>
-#include <linux/if_ether.h>
-#include <linux/if_packet.h>
-#include <linux/sockios.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,7 +9,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <future>
 #include <string>
 #include <thread>
@@ -25,7 +17,6 @@
 #include "support/agent_fixture.h"
 #include "support/frames.h"
 #include "support/netns_fixture.h"
-#include "unique_fd.h"
 #include "vip/defence/arp_probe.h"
 #include "vip/defence/claim_watch.h"
 #include "vip/defence/lan_query.h"
@@ -34,140 +25,120 @@ namespace {
 
 using vyrtest::AgentE2E;
 using vyrtest::Contains;
-using vyrtest::kNoProbe;
-using vyrtest::OnVa0;
-
-using Defence = AgentE2E;
 using vyrtest::kNoArp;
 using vyrtest::kNoPingCheck;
+using vyrtest::kNoProbe;
+using vyrtest::OnVa0;
 using vyrtest::Sh;
+using Defence = AgentE2E;
+using LinkProbe = vyrtest::AgentNetnsTest;
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
-// One probe of `addr` on va0 from the test thread (in the agent's namespace):
-// its result, the claimant's MAC and how long it took.
+// One probe of `addr` on `dev`: its result, the claimant's MAC and how long
+// it took.
 struct ProbeOutcome {
   int ret;
   std::string mac;
-  std::chrono::milliseconds took;
+  long took_ms;
 };
-using ProbeCall = std::function<int(const char*, const char*, int, char*, std::size_t)>;
-ProbeOutcome ProbeOnce(const ProbeCall& probe, const char* addr, int window_ms) {
+using ProbeCall = int (*)(const char*, const char*, int, char*, std::size_t);
+ProbeOutcome ProbeOnce(ProbeCall probe, const char* dev, const char* addr, int window_ms) {
   char mac[32] = {};
   const Clock::time_point start = Clock::now();
-  const int ret = probe("va0", addr, window_ms, mac, sizeof mac);
-  return {ret, mac,
-          std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start)};
+  const int ret = probe(dev, addr, window_ms, mac, sizeof mac);
+  return {ret, mac, std::chrono::duration_cast<milliseconds>(Clock::now() - start).count()};
 }
 
-// A host on the peer's side that answers every ARP probe for `addr`,
-// `delay` after it, with an ARP reply from vb0's MAC.
-class SlowHolder {
- public:
-  SlowHolder(const std::string& netns, const char* addr, std::chrono::milliseconds delay)
-      : thread_([this, netns, addr, delay] { Answer(netns, addr, delay); }) {}
-  ~SlowHolder() { Stop(); }
-  // Ends the answering; what it counted is final afterwards.
-  void Stop() {
-    stop_ = true;
-    if (thread_.joinable()) thread_.join();
+// One probe on the link alone, ARP and the agent's own IPv6 duplicate
+// detection (solicitations from ::): the peer's kernel holding the address
+// is caught on every try, at once, naming vb0's MAC; a free address costs
+// the whole window; of two hosts probing one free address at the same time
+// at least one refuses it: whoever hears the other's probe first backs off,
+// never both take it.
+TEST_F(LinkProbe, ProbesCatchEveryHolderAtOnce) {
+  ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0"));
+  ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.70/24 dev vb0 && "
+                             "ip -6 addr add 2001:db8::70/64 dev vb0 nodad"));
+  const std::string peer = pair_->PeerMac();
+  const struct {
+    ProbeCall probe;
+    const char *held, *free, *both;
+  } cases[] = {{vip_arp_probe, "192.0.2.70", "192.0.2.72", "192.0.2.73"},
+               {vip_dad_probe, "2001:db8::70", "2001:db8::72", "2001:db8::73"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.held);
+    for (int i = 0; i < 20; ++i) {
+      const ProbeOutcome o = ProbeOnce(c.probe, "va0", c.held, 1400);
+      EXPECT_EQ(15, o.ret) << "try " << i;
+      EXPECT_EQ(peer, o.mac) << "try " << i;
+      EXPECT_LT(o.took_ms, 700) << "try " << i;
+    }
+    const ProbeOutcome alone = ProbeOnce(c.probe, "va0", c.free, 200);
+    EXPECT_EQ(0, alone.ret);
+    EXPECT_GE(alone.took_ms, 200);
+    ProbeOutcome other{};
+    std::thread peer_side([&] {
+      vyrtest::ScopedNetns inside(pair_->peer());
+      other = ProbeOnce(c.probe, "vb0", c.both, 1000);
+    });
+    const ProbeOutcome ours = ProbeOnce(c.probe, "va0", c.both, 1000);
+    peer_side.join();
+    EXPECT_TRUE(ours.ret == 15 || other.ret == 15) << ours.ret << " " << other.ret;
+    EXPECT_EQ(ours.ret == 15 ? peer : "", ours.mac);
+    EXPECT_EQ(other.ret == 15 ? pair_->AgentMac() : "", other.mac);
   }
-  bool ok() const { return ok_; }
-  int answered() const { return answered_; }
 
- private:
-  void Answer(const std::string& netns, const char* addr, std::chrono::milliseconds delay) {
-    vyrtest::ScopedNetns inside(netns);
+  // A holder that answers each ARP probe 50 ms late, from user space and
+  // with a broadcast reply rather than one to the prober, is caught as well.
+  std::atomic<bool> stop{false};
+  std::atomic<int> answered{0};
+  std::thread holder([&] {
+    vyrtest::ScopedNetns inside(pair_->peer());
     vyr::LinkTarget target;
     vyr::ClaimWatch watch;
-    if (!inside.ok() || !vyr::ParseLinkTarget(addr, &target) ||
+    if (!inside.ok() || !vyr::ParseLinkTarget("192.0.2.71", &target) ||
         watch.Open("vb0", target, vyr::Claims::kAnswersAndProbes) != 0) {
-      ok_ = false;
       return;
     }
     vdevinfo self{};
     std::memcpy(self.macaddr, watch.mac(), 6);
     self.nipel.addr = target.v4;
     arp_packet reply;
-    vip_fill_arp_packet(&self, 2, &reply);
+    vip_fill_arp_packet(&self, vyrtest::kArpReply, &reply);
     unsigned char prober[6];
-    while (!stop_) {
-      if (watch.WaitClaim(Clock::now() + std::chrono::milliseconds(20), prober) != 15) continue;
-      std::this_thread::sleep_for(delay);
-      if (watch.Send(&reply, sizeof reply) == 0) ++answered_;
+    while (!stop) {
+      if (watch.WaitClaim(Clock::now() + milliseconds(20), prober) != 15) continue;
+      std::this_thread::sleep_for(milliseconds(50));
+      if (watch.Send(&reply, sizeof reply) == 0) ++answered;
     }
-  }
-
-  std::atomic<bool> stop_{false};
-  std::atomic<bool> ok_{true};
-  std::atomic<int> answered_{0};
-  std::thread thread_;
-};
-
-using LinkProbe = vyrtest::AgentNetnsTest;
-
-// One probe on the link alone: the peer's kernel holding `held` is caught on
-// every try, at once, naming vb0's MAC; a free address (`free`) costs the
-// whole window; of two hosts probing one free address (`both`) at the same
-// time, at least one refuses it: whoever hears the other's probe first backs
-// off, never both take it.
-void ProbeCatchesHoldersAtOnce(const vyrtest::NetnsPair& pair, const ProbeCall& probe,
-                               const char* held, const char* free, const char* both) {
-  const std::string peer = pair.PeerMac();
+  });
   for (int i = 0; i < 20; ++i) {
-    const ProbeOutcome o = ProbeOnce(probe, held, 1400);
+    const ProbeOutcome o = ProbeOnce(vip_arp_probe, "va0", "192.0.2.71", 200);
     EXPECT_EQ(15, o.ret) << "try " << i;
     EXPECT_EQ(peer, o.mac) << "try " << i;
-    EXPECT_LT(o.took.count(), 700) << "try " << i;
   }
-  const ProbeOutcome alone = ProbeOnce(probe, free, 200);
-  EXPECT_EQ(0, alone.ret);
-  EXPECT_GE(alone.took.count(), 200);
-  ProbeOutcome other{};
-  std::thread peer_side([&] {
-    vyrtest::ScopedNetns inside(pair.peer());
-    char mac[32] = {};
-    other.ret = probe("vb0", both, 1000, mac, sizeof mac);
-    other.mac = mac;
-  });
-  const ProbeOutcome ours = ProbeOnce(probe, both, 1000);
-  peer_side.join();
-  EXPECT_TRUE(ours.ret == 15 || other.ret == 15) << ours.ret << " " << other.ret;
-  EXPECT_EQ(ours.ret == 15 ? peer : "", ours.mac);
-  EXPECT_EQ(other.ret == 15 ? pair.AgentMac() : "", other.mac);
+  stop = true;
+  holder.join();
+  EXPECT_GE(answered, 20);
 }
 
-// The ARP probe, and a holder that answers 50 ms late, caught on every try
-// of a 200 ms window.
-TEST_F(LinkProbe, ArpProbeCatchesEveryHolderAtOnce) {
-  ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0"));
-  ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.70/24 dev vb0"));
-  ProbeCatchesHoldersAtOnce(*pair_, vip_arp_probe, "192.0.2.70", "192.0.2.72", "192.0.2.73");
-  SlowHolder holder(pair_->peer(), "192.0.2.71", std::chrono::milliseconds(50));
-  for (int i = 0; i < 20; ++i) {
-    const ProbeOutcome o = ProbeOnce(vip_arp_probe, "192.0.2.71", 200);
-    EXPECT_EQ(15, o.ret) << "try " << i;
-    EXPECT_EQ(pair_->PeerMac(), o.mac) << "try " << i;
-  }
-  holder.Stop();
-  EXPECT_TRUE(holder.ok());
-  EXPECT_GE(holder.answered(), 20);
-}
-
-// The agent's own IPv6 duplicate detection (solicitations from ::).
-TEST_F(LinkProbe, DadProbeCatchesEveryHolderAtOnce) {
-  ASSERT_EQ(0, pair_->InPeer("ip -6 addr add 2001:db8::70/64 dev vb0 nodad"));
-  ProbeCatchesHoldersAtOnce(*pair_, vip_dad_probe, "2001:db8::70", "2001:db8::72",
-                            "2001:db8::73");
-}
-
-// The peer holds the address and drops echo requests: the ping probe lets it
-// through, the ARP probe refuses it with the same event as an address that
-// answers ping (forcing as for ping), a free address passes both.
-TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
-  ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv4.icmp_echo_ignore_all=1 && "
-                             "ip addr add 192.0.2.70/24 dev vb0"));
+// The peer holds 192.0.2.70 and 2001:db8::40 and drops echo requests: the
+// ping probe lets them through; the ARP probe and the agent's own duplicate
+// detection refuse them with the event of an address that answers ping
+// (forcing as for ping); with a DAD time limit the kernel's "dadfailed"
+// fails the activation and the address is gone; with neither, the
+// activation succeeds as it always did. Free addresses pass every probe and
+// stay, none of them left tentative.
+TEST_F(Defence, ProbesSeeAHostThatDropsPing) {
+  ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv4.icmp_echo_ignore_all=1 "
+                             "net.ipv6.icmp.echo_ignore_all=1 && "
+                             "ip addr add 192.0.2.70/24 dev vb0 && "
+                             "ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
   const std::string probe = "<arpprobe><timeout>200</timeout></arpprobe>";
+  const std::string dad = "<dad><timeout>8000</timeout></dad>";
   const std::string claimed = "192.0.2.70 is already exist.(macaddr : " + pair_->PeerMac() + ")";
+  const std::string claimed6 = "2001:db8::40 is already exist.(macaddr : " + pair_->PeerMac() + ")";
   // clang-format off
   RunSteps({
       {.mode = "--active", .rsc = "pingonly", .params = OnVa0("192.0.2.70/24"), .desc = "Success.",
@@ -185,46 +156,22 @@ TEST_F(Defence, ArpProbeSeesAHostThatDropsPing) {
       {.setup = "ip -n $A addr del 192.0.2.70/24 dev va0", .mode = "--active", .rsc = "free",
        .params = OnVa0("192.0.2.71/24", probe), .desc = "Success.", .shown = "192.0.2.71/24",
        .log = "vip_arp_probe(192.0.2.71) OK."},
-  });
-  // clang-format on
-}
-
-// The peer holds the IPv6 address and drops echo requests: the agent's own
-// duplicate detection refuses it before anything is added, although the
-// ping probe passes; with a DAD time limit the kernel's "dadfailed" fails
-// the activation and the address is gone; without either the activation
-// succeeds as it always did.
-TEST_F(Defence, DadFailureTakesTheAddressAway) {
-  ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv6.icmp.echo_ignore_all=1 && "
-                             "ip -6 addr add 2001:db8::40/64 dev vb0 nodad"));
-  const std::string claimed = "2001:db8::40 is already exist.(macaddr : " + pair_->PeerMac() + ")";
-  // clang-format off
-  RunSteps({
       {.mode = "--active", .rsc = "dadprobe",
        .params = OnVa0("2001:db8::40/64", "<dad><probe>200</probe></dad>"), .code = 15,
-       .desc = "IP address was already used.", .gone = "2001:db8::40/", .log = claimed.c_str()},
-      {.mode = "--active", .rsc = "dad",
-       .params = OnVa0("2001:db8::40/64", kNoProbe + "<dad><timeout>8000</timeout></dad>"),
+       .desc = "IP address was already used.", .gone = "2001:db8::40/", .log = claimed6.c_str()},
+      {.mode = "--active", .rsc = "dad", .params = OnVa0("2001:db8::40/64", kNoProbe + dad),
        .code = 15, .desc = "This ip address was already used.  IP=2001:db8::40",
        .gone = "2001:db8::40/", .log = "DAD failed for 2001:db8::40 on va0."},
       {.mode = "--active", .rsc = "nodad", .params = OnVa0("2001:db8::40/64", kNoProbe),
        .desc = "Success.", .shown = "2001:db8::40/64"},
-  });
-  // clang-format on
-}
-
-// A free IPv6 address passes both duplicate detections and stays.
-TEST_F(Defence, DadPassesForAFreeAddress) {
-  // clang-format off
-  RunSteps({
-      {.mode = "--active", .rsc = "free",
-       .params = OnVa0("2001:db8::41/64", "<dad><timeout>8000</timeout></dad>"), .desc = "Success.",
-       .shown = "2001:db8::41/64", .gone = "dadfailed",
+      {.setup = "ip -n $A -6 addr del 2001:db8::40/64 dev va0", .mode = "--active", .rsc = "free6",
+       .params = OnVa0("2001:db8::41/64", dad), .desc = "Success.", .shown = "2001:db8::41/64",
        .log = "DAD of 2001:db8::41 on va0 passed."},
       {.mode = "--active", .rsc = "probed",
        .params = OnVa0("2001:db8::42/64",
                        kNoProbe + "<dad><timeout>8000</timeout><probe>200</probe></dad>"),
-       .desc = "Success.", .shown = "2001:db8::42/64", .log = "vip_dad_probe(2001:db8::42) OK."}});
+       .desc = "Success.", .shown = "2001:db8::42/64", .log = "vip_dad_probe(2001:db8::42) OK."},
+  });
   // clang-format on
   EXPECT_FALSE(Contains(Addrs("-6"), "tentative")) << Addrs("-6");
 }
