@@ -264,13 +264,14 @@ md.extend(rows_table(["target", "IPaddr2", "vyrvip", "ratio", "limit", "verdict"
 md.append("")
 if gaps:
     md.append("Where the time goes. A move by standby stops the address on the old node, then "
-              "starts it on the new one; vyrvip's stop at its defaults includes the window of its "
-              "ARP confirmation after the removal (`check_arp_timeout`) and its start the window of "
-              "its ARP probe before the address goes up (`arpprobe_timeout`; for IPv6 its own "
-              "duplicate detection, `dad_probe`), so both windows lie "
-              "on the path of every standby move, and the start's on the path of every kill. "
-              "IPaddr2 at its defaults has neither check. Beside each target, the gap of the "
-              "medians and the gap of the agents' own action times:")
+              "starts it on the new one. vyrvip's stop at its defaults sends the question of its "
+              "ARP confirmation after the removal and leaves the listening for "
+              "`check_arp_timeout` to a background process (`check_arp_background`), so it does "
+              "not wait; its start waits out the window of its ARP probe before the address goes "
+              "up (`arpprobe_timeout`; for IPv6 its own duplicate detection, `dad_probe`), which "
+              "lies on the path of every standby move and every kill. IPaddr2 at its defaults has "
+              "neither check. Beside each target, the gap of the medians and the gap of the "
+              "agents' own action times:")
     md.append("")
     for g in gaps:
         md.append("- " + g)
@@ -298,7 +299,8 @@ md.append("\"IPaddr2 defaults\" and \"vyrvip defaults\" are both agents as insta
           "(`check_ping_execute=0`, with `check_arp_timeout=0` where the agent has that "
           "setting), and both send one gratuitous ARP frame (`arp_count=1` for both). "
           "\"vyrvip, stop confirmed\" turns the stop confirmation back on, as the defaults "
-          "have it. The exact parameters are under Commands below.")
+          "have it (the listing at once, the ARP check's listening in the background). The "
+          "exact parameters are under Commands below.")
 md.append("")
 md += table(ONE_V4, (SB_ADDR, SB_CLIENT, KILL_ADDR, KILL_CLIENT, START, STOP))
 md.append("")
