@@ -230,16 +230,7 @@ TEST_F(PingTest, AllAddressesFollowTheClusterConfiguration) {
 
 // The real thing, with the test thread on the agent's side of a private veth
 // pair: the peer holds 192.0.2.2 and 2001:db8::2, .3 and ::3 are free.
-const std::string kBinDir = std::string(VYR_BINARY_DIR) + "/platform/vyrping";
-
-class ProbeNetns : public vyrtest::AgentNetnsTest {
- protected:
-  void SetUp() override {
-    AgentNetnsTest::SetUp();
-    if (IsSkipped() || HasFatalFailure()) return;
-    ASSERT_EQ(0, pair_->AddAddresses());
-  }
-};
+using ProbeNetns = vyrtest::AgentNetnsTest;
 
 // Per case sixteen vyrpings at once, each taking only its own replies, then
 // one alone for its time: a reply ends it at once, silence lasts one second
@@ -262,7 +253,8 @@ TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
       {"-c 1", 2, 0, 0.9},
       {"-c 1 192.0.2.2 192.0.2.3", 2, 0, 0.9},
   };
-  const std::string vyrping = kBinDir + "/vyrping ";
+  ASSERT_EQ(0, pair_->AddAddresses());
+  const std::string vyrping = VYR_BINARY_DIR "/platform/vyrping/vyrping ";
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args);
     std::string out, want;

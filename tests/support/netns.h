@@ -48,19 +48,18 @@ class NetnsPair {
 
   const std::string& agent() const { return agent_; }
   const std::string& peer() const { return peer_; }
-  static constexpr const char* kPeerIf = "vb0";
 
   // 192.0.2.1/24 and 2001:db8::1/64 on va0, .2 and ::2 on vb0; 0 on success.
   int AddAddresses() const {
-    const char* v4 = "ip addr add 192.0.2.";
-    const char* v6 = "ip -6 addr add 2001:db8::";
-    return InAgent(std::string(v4) + "1/24 dev va0 && " + v6 + "1/64 dev va0 nodad") |
-           InPeer(std::string(v4) + "2/24 dev vb0 && " + v6 + "2/64 dev vb0 nodad");
+    return InAgent(
+               "ip addr add 192.0.2.1/24 dev va0 && ip -6 addr add 2001:db8::1/64 dev va0 nodad") |
+           InPeer(
+               "ip addr add 192.0.2.2/24 dev vb0 && ip -6 addr add 2001:db8::2/64 dev vb0 nodad");
   }
 
   // The MAC addresses of va0 and vb0, as "xx:xx:xx:xx:xx:xx".
   std::string AgentMac() const { return Mac(agent_, "va0"); }
-  std::string PeerMac() const { return Mac(peer_, kPeerIf); }
+  std::string PeerMac() const { return Mac(peer_, "vb0"); }
 
   // Runs a shell command inside a namespace; returns its exit code.
   int InAgent(const std::string& cmd, std::string* out = nullptr) const {
