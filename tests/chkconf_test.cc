@@ -10,6 +10,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <functional>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -17,7 +19,6 @@
 
 #include "chklog/chklog.h"
 #include "chkutil/chkutil.h"
-#include "support/check_session.h"
 #include "support/sh.h"
 #include "support/trace_capture.h"
 #include "vyrxml.h"
@@ -28,6 +29,21 @@ using Lines = std::vector<std::string>;
 
 const std::string kMask = "E [008] Subnet mask is invalid. (value=";
 const std::string kNotSet = "E [009] Routing Protocol is not set.";
+
+// Runs `check` between opening and closing a check log for `rscname`; its
+// result and the log's lines between the start and end lines.
+std::pair<int, Lines> CheckLogged(const std::string& rscname, const std::function<int()>& check) {
+  vyrtest::TempDir dir;
+  const std::string path = dir / "check.log";
+  EXPECT_EQ(chk_log_init("vip", rscname.c_str(), path.c_str()), 0) << path;
+  const int ret = check();
+  chk_log_term("vip", rscname.c_str());
+  Lines lines;
+  std::istringstream in(vyrtest::ReadFile(path));
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  if (lines.size() >= 2) lines = {lines.begin() + 1, lines.end() - 1};
+  return {ret, lines};
+}
 
 int Interval(void* text) {
   int value = std::stoi(static_cast<const char*>(text));
@@ -63,7 +79,7 @@ TEST(CheckFunctions, ValuesAndTheirFindings) {
   };
   for (const auto& [check, value, lines] : cases) {
     std::string copy = value;
-    EXPECT_EQ(vyrtest::CheckLogged("t", [&check = check, &copy] { return check(copy.data()); }),
+    EXPECT_EQ(CheckLogged("t", [&check = check, &copy] { return check(copy.data()); }),
               std::make_pair(lines.empty() ? 0 : 1, lines))
         << '"' << value << '"';
   }
@@ -112,9 +128,9 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
        {99, {"E [003] Parameter Source IP Address is empty.", "E [099] Internal error occurred."}}},
   };
   for (const auto& [rscname, outcome] : cases) {
-    EXPECT_EQ(vyrtest::CheckLogged(
-                  rscname, [&rscname = rscname] { return vip_conf_check(rscname.c_str()); }),
-              outcome)
+    EXPECT_EQ(
+        CheckLogged(rscname, [&rscname = rscname] { return vip_conf_check(rscname.c_str()); }),
+        outcome)
         << rscname;
     EXPECT_EQ(hchkconf, nullptr) << rscname << ": the configuration under check stays loaded";
   }
@@ -143,9 +159,8 @@ TEST(NumericValues, JudgedAgainstThePolicyRanges) {
   for (const auto& [leaf, index, outcome] : cases) {
     const std::string path = "/root/resource/vip@%s/parameters/" + leaf;
     const numeric_param param{"P", path.c_str(), index};
-    EXPECT_EQ(
-        vyrtest::CheckLogged("num", [&] { return check_numeric_values("num", &param, 1, 42); }),
-        outcome)
+    EXPECT_EQ(CheckLogged("num", [&] { return check_numeric_values("num", &param, 1, 42); }),
+              outcome)
         << leaf;
   }
   xmllib_term();  // releases the configuration and policy too

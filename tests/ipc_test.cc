@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "gtest/gtest.h"
-#include "support/ipc_env.h"
 #include "support/sh.h"
 #include "support/trace_capture.h"
 #include "vip/base/globals.h"
@@ -60,8 +59,25 @@ int Set(const std::string& rsc, const std::string& text) {
   return shmrm_setdescript("g", "vip", rsc.c_str(), text.c_str(), SHMRM_DESCRIPT_SIZE);
 }
 
+// VYR_RUN_DIR at a private folder; on the way out every attach this process
+// still holds is undone and the folder's tables and semaphore set are
+// removed, also when the test failed halfway.
+struct IpcRunDir {
+  vyrtest::TempDir dir;
+  vyrtest::ScopedEnv env{"VYR_RUN_DIR", dir / "run"};
+  ~IpcRunDir() {
+    sem_leavecrit_ifconfig();
+    while (sem_detach() == 0) continue;
+    while (shmnm_detach() == 0) continue;
+    while (shmrm_detach() == 0) continue;
+    int removed = 0;
+    vyripc_remove(&removed);
+  }
+  std::string operator/(const std::string& name) const { return dir / name; }
+};
+
 // A private run folder with its tables started.
-struct StartedRunDir : vyrtest::IpcRunDir {
+struct StartedRunDir : IpcRunDir {
   StartedRunDir() { EXPECT_EQ(vyripc_create(&already), 0); }
   int already = -1;
 };
@@ -120,7 +136,7 @@ TEST(Ipc, ThirtyTwoConcurrentWritersLeaveEveryRowWholeAndCorrect) {
 // on, bound to nothing and storing nothing. (Bound and storing once they
 // exist: the entry and end-to-end tests.)
 TEST(Bindings, AttachesFailCleanlyBeforeStart) {
-  vyrtest::IpcRunDir run;
+  IpcRunDir run;
   vyrtest::TraceCapture trace;
   vip_shmrm_attach();
   vip_shmnm_attach();
@@ -144,7 +160,7 @@ int Ctl(const std::string& args, std::string* out) {
 // the folder), an npsimu setting that misses the node table, or misuse that
 // starts something (the status after it) or does not show the usage.
 TEST(Vyrctl, LifecycleMisuseAndNpsimu) {
-  vyrtest::IpcRunDir run;
+  IpcRunDir run;
   const std::string usage = "usage: vyrctl start\n";  // the rest of the usage is not compared
   // Arguments, exit code, output, and the node table's npsimu flag
   // afterwards (-1: not checked).
@@ -178,7 +194,7 @@ TEST(Vyrctl, LifecycleMisuseAndNpsimu) {
 // or rows with empty names (runs refused before their names were known)
 // that are refused, merged or shown as something else.
 TEST(Vyrctl, StatusShowsTheStoredRows) {
-  vyrtest::IpcRunDir run;
+  IpcRunDir run;
   std::string out;
   ASSERT_EQ(Ctl("start", &out), 0);
   ASSERT_EQ(shmrm_attach(), 0);

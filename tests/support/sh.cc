@@ -50,16 +50,13 @@ TempDir::TempDir() {
 TempDir::~TempDir() { Sh("rm -rf '" + path_ + "'"); }
 
 ScopedEnv::ScopedEnv(const char* name, const std::string& value) : name_(name) {
-  if (const char* old = ::getenv(name)) {
-    had_ = true;
-    old_ = old;
-  }
+  if (const char* old = ::getenv(name)) old_ = old;
   ::setenv(name, value.c_str(), 1);
 }
 
 ScopedEnv::~ScopedEnv() {
-  if (had_) {
-    ::setenv(name_.c_str(), old_.c_str(), 1);
+  if (old_) {
+    ::setenv(name_.c_str(), old_->c_str(), 1);
   } else {
     ::unsetenv(name_.c_str());
   }

@@ -1,6 +1,7 @@
 // Small helpers for tests: shell commands, temporary folders, files.
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace vyrtest {
@@ -36,8 +37,7 @@ class ScopedEnv {
 
  private:
   std::string name_;
-  bool had_ = false;
-  std::string old_;
+  std::optional<std::string> old_;
 };
 
 }  // namespace vyrtest
