@@ -1,7 +1,5 @@
-// The check mode: each check function on the values operators write,
-// integer parameters against the shipped policy's ranges, whole check runs
-// over configurations under check, and the check log's fall-back to the
-// trace log. Whole blocks in the file are shown by the check-mode runs.
+// The check mode: check functions, policy ranges, whole check runs, and the
+// check log's fall-back to the trace log (whole blocks: the check-mode runs).
 #include "vip/check/chkconf.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,7 @@
-// Configuration loading against real configuration files: the settings
-// summaries, this server's values, the failures with their status, and the
-// trace log's own settings; and the short host name that names this server,
-// read in a private UTS namespace of the test process (the last test here)
-// so that the machine's own name is never touched.
+// The configuration on recorded files: the XML library's lookups and bad
+// files, the agent's settings summaries, this server's values, failures
+// with their status and the trace log's settings; and the short host name
+// that names this server, set in a private UTS namespace (the last test).
 #include "vip/settings/config.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +11,8 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "support/sh.h"
 #include "support/trace_capture.h"
@@ -19,6 +20,7 @@
 #include "value/hostname.h"
 #include "vip/settings/bindings.h"
 #include "vip/base/globals.h"
+#include "vyrxml.h"
 
 namespace {
 
@@ -156,6 +158,93 @@ TEST_F(ConfigLoading, TraceLogTakesLevelAndSizeFromTheConfiguration) {
             (log + vyrtest::ReadFile(dir_ / "log/vip.log.1")).find("information"));
   EXPECT_NE(std::string::npos, log.find("warning number 9"));
   EXPECT_LE(log.size(), 600u);
+}
+
+const std::string kVip1 = "/root/resource/vip@vip1/parameters/";
+constexpr int kText = VYR_XMLTYPE_TEXT, kInt = VYR_XMLTYPE_INT;
+
+// Reads `path` (for `server` when given) into a buffer of exactly `size`
+// bytes: the text, the integer in decimal, or "error N".
+std::string Lookup(const std::string& path, int type = kText, int size = 1024,
+                   const std::string& server = "") {
+  int number = 0;
+  std::vector<char> text(static_cast<std::size_t>(size));
+  void* out = type == kInt ? static_cast<void*>(&number) : text.data();
+  int ret = server.empty()
+                ? xmllib_get_value(path.c_str(), type, out, &size)
+                : xmllib_get_srvsep_value(server.c_str(), path.c_str(), type, out, &size);
+  if (ret != 0) return "error " + std::to_string(ret);
+  if (type == kInt) return std::to_string(number);
+  return std::string(text.data(), strnlen(text.data(), text.size()));
+}
+
+struct Case {
+  std::string path, want;
+  int type = kText, size = 1024;
+  std::string server = "";
+};
+
+class XmlLib : public ::testing::Test {
+ protected:
+  void Load(const std::string& config) {
+    config_.emplace("VYR_CONFIG", kData + config);
+    ASSERT_EQ(xmllib_init("vip"), 0);
+    ASSERT_EQ(xmllib_load_config(), 0) << xmllib_last_error();
+  }
+  void TearDown() override { xmllib_term(); }
+
+  std::optional<vyrtest::ScopedEnv> config_;
+};
+
+// A wrong element, a changed text, a value that overruns its buffer, or a
+// server's value that does not come first with the resource's as fall-back.
+TEST_F(XmlLib, LookupsFollowThePathSyntaxValueRulesAndServerFallBack) {
+  Load("lookup.xml");
+  const Case cases[] = {
+      {kVip1 + "ip", "192.0.2.10/24"},
+      // The <vip> without a name holds the settings common to every resource.
+      {"/root/resource/vip/parameters/ping/path", "bin/common-ping"},
+      {"/root/resource/vip/parameters/ip", "error 4"},
+      // Texts exactly as written: the check mode judges the blanks.
+      {kVip1 + "comment", "  two blanks around  "},
+      {kVip1 + "ping/empty", "", kText, 1},
+      {kVip1 + "ip", "192.0.2.10/24", kText, 14},
+      {kVip1 + "ip", "error 3", kText, 13},
+      {kVip1 + "ping/interval", "-7", kInt, 4},
+      {kVip1 + "ping/over", "error 9", kInt, 4},
+      {kVip1 + "ping/hex", "error 9", kInt, 4},
+      {kVip1 + "ping/empty", "error 5", kInt, 4},
+      {kVip1 + "ping/retry", "error 3", kInt, 3},
+      // This server's own value first, then the resource's value.
+      {kVip1 + "ip", "192.0.2.11/24", kText, 1024, "node1"},
+      // node2 has an element of its own, but not this value.
+      {kVip1 + "ip", "192.0.2.10/24", kText, 1024, "node2"},
+      {kVip1 + "ip", "192.0.2.10/24", kText, 1024, "unknown"},
+      {"/root/resource/vip@vip2/parameters/ifname", "error 4", kText, 1024, "node1"},
+      // The server's own value decides, even when it does not fit.
+      {kVip1 + "longname", "error 3", kText, 8, "node1"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Lookup(c.path, c.type, c.size, c.server), c.want) << c.server << c.path;
+  }
+}
+
+// A bad file fails with its code and a reason naming file and line, and
+// leaves nothing to read.
+TEST_F(XmlLib, BadConfigurationFilesFailWithFileLineAndReason) {
+  const std::tuple<const char*, int, const char*> cases[] = {
+      {"nosuch.xml", VYR_XMLERR_NOT_LOAD, "nosuch.xml: cannot read: No such file or directory"},
+      {"malformed.xml", VYR_XMLERR_INVALID_XML, "malformed.xml:7:"},
+      {"empty.xml", VYR_XMLERR_INVALID_XML, "empty.xml:1:1: malformed XML"},
+  };
+  for (const auto& [file, ret, reason] : cases) {
+    config_.emplace("VYR_CONFIG", kData + file);
+    ASSERT_EQ(xmllib_init("vip"), 0);
+    EXPECT_EQ(xmllib_load_config(), ret) << file;
+    EXPECT_EQ(std::string(xmllib_last_error()).rfind(kData + reason, 0), 0u) << xmllib_last_error();
+    EXPECT_EQ(Lookup("/root"), "error 2") << file;
+    xmllib_term();
+  }
 }
 
 // A name not cut at its first dot, or a full-length name cut short.

@@ -1,7 +1,5 @@
-// The virtual address's record before it is added: the address text split
-// into family, address and mask, then the device chosen for it from an
-// address list. The newline cut and MAC text are shown through the listing
-// parser tests.
+// The virtual address's record: the address text split, then the device
+// chosen from an address list (newline cut and MAC text: the listing tests).
 #include "vip/address/device_choice.h"
 
 #include <gtest/gtest.h>

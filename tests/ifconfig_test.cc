@@ -1,9 +1,5 @@
-// The interface tool: the once-per-run decision whether it is used (fake
-// "which" and "ifconfig" scripts alone on PATH, then the machine's own
-// tool), and the timed listing through fake tools (real scripts run by path)
-// that print recorded output of the older layout, fail or hang: the entries,
-// the result codes and descriptions the cluster sees, the time limit, and no
-// process left behind.
+// The interface tool through fake scripts: the once-per-run decision whether
+// it is used, and the timed listing of recorded older-layout output.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,8 +1,6 @@
-// Adding and removing the virtual address on a veth device inside a private
-// network namespace: by interface ioctls, through rtnetlink, and with the
-// interface tool (a stand-in that records its arguments and makes the change
-// with ip). Adding and removing by ioctl that succeed are shown end to end by
-// the agent tests.
+// Adding and removing the virtual address in a private network namespace: by
+// ioctl, by rtnetlink and with the interface tool (a stand-in that records its
+// arguments). Successful ioctl changes are shown end to end by the agent tests.
 #include "vip/address/ipaddr_change.h"
 
 #include <gtest/gtest.h>

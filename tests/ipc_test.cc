@@ -1,8 +1,6 @@
-// The cluster IPC tables: the library across real processes (whole
-// descriptions under concurrent writers), the agent's bindings to them, and
-// the control tool as an operator runs it, one private run folder per test.
-// (A holder of the interface-change critical section killed inside it:
-// stress_faults_test.)
+// The cluster IPC tables across real processes, the agent's bindings to them
+// and the control tool. (A holder of the interface-change critical section
+// killed inside it: stress_faults_test.)
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>

@@ -1,7 +1,5 @@
-// The cluster log library: the line layout, and lines written by many
-// threads and processes at once, across a rotation; and the agent's trace
-// log on it: resource prefix, line formats of the entry points, error names,
-// events and silence while closed.
+// The cluster log library (layout, concurrent writers, rotation) and the
+// agent's trace log on it.
 #include "vyrlog.h"
 
 #include <gtest/gtest.h>
@@ -99,8 +97,9 @@ TEST(LogConcurrency, ThreadsAndProcessesNeverMixOrLoseLinesAcrossRotation) {
 using Texts = std::vector<std::string>;
 
 // A wrong prefix width or cut, a '%' from a value read as a format, a lost
-// indent, a long text not cut, or a wrong result or error name.
-TEST(TraceLines, PrefixIndentPercentAndResults) {
+// indent, a long text not cut, a wrong result or error name, an event held
+// back by the level setting, or a line written once the log is closed.
+TEST(TraceLines, PrefixIndentPercentResultsEventsAndSilence) {
   vyrtest::TraceCapture log;
   for (const char* name : {"vip12", "abcdefgh", "resource-12a", ""}) {
     tracetell(name);
@@ -129,12 +128,9 @@ TEST(TraceLines, PrefixIndentPercentAndResults) {
                    "ERROR   sem_attach failed. (0x1f)", "DETAIL vip1    :   sem_attach success.",
                    "ERROR vip1    :   open(/x) failed. (ret=-1,errno=13)"}),
             log.Texts(""));
-}
-
-// Events pass the level setting without prefix; nothing is written once
-// the log is closed.
-TEST(TraceLines, EventsAndSilenceWhenClosed) {
-  vyrtest::TraceCapture log(TRACE_ERROR);
+  // Events pass the level setting without prefix; nothing is written once
+  // the log is closed.
+  vyrtest::TraceCapture errors(TRACE_ERROR);
   tracetell("vip1");
   const char* no_format = nullptr;
   tracemess(TRACE_EVENT, 10, "src/vip/ping.cc", 3, "vip_ping", no_format, "192.0.2.9");
@@ -144,7 +140,7 @@ TEST(TraceLines, EventsAndSilenceWhenClosed) {
   TRACE(TRACE_ERROR, "closed");
   tracemess(TRACE_EVENT, 10, "a.cc", 1, "f", no_format, "192.0.2.1");
   EXPECT_EQ((Texts{"EVENT [event 10] 192.0.2.9", "EVENT [event 11] 192.0.2.9 on va0"}),
-            log.Texts(""));
+            errors.Texts(""));
 }
 
 }  // namespace
