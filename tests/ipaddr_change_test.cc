@@ -95,8 +95,6 @@ TEST_F(IpaddrIoctlTest, NetlinkOptionsReachTheKernel) {
     bool route;          // the prefix route is there
   };
   const Case cases[] = {
-      {Netlink4("va0:1", "192.0.2.255"), "192.0.2.10/24 brd 192.0.2.255 scope global va0:1\\",
-       "noprefixroute", true},
       {Netlink4("va0", "", {.flags = IFA_F_NOPREFIXROUTE}),
        "192.0.2.10/24 scope global noprefixroute va0\\", "brd", false},
       {Netlink4("va0:web", "192.0.2.200", {.preferred_lft = 0}),
