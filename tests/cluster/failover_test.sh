@@ -1,14 +1,6 @@
 #!/usr/bin/env bash
-# A vyrvip address under a real two-node Pacemaker + Corosync cluster:
-# started on exactly one node, moved by standby and by killing the node,
-# never on both nodes at once, followed by the client through the
-# gratuitous ARP; the killed node rejoins without taking it back; when the
-# cluster's own traffic is cut while the LAN works, the side without the
-# address fails its start on seeing the holder, so the address stays on
-# one node, and the cluster heals; a duplicate on the network fails the
-# start on both nodes with the reason shown by Pacemaker.
-#
-#   failover_test.sh BUILD_DIR      (root; exit 77 = skipped)
+# A vyrvip address under a real two-node Pacemaker + Corosync cluster, step
+# by step below. Usage: failover_test.sh BUILD_DIR (root; exit 77 = skipped)
 set -euo pipefail
 source "$(dirname "$0")/../../scripts/cluster/lib.sh"
 
@@ -29,8 +21,7 @@ held_by() { cl_holds "$VIP" "node$1"; }
 settled() { cl_crm "$1" crm_resource --wait --timeout=${WAIT}s >/dev/null 2>&1; }
 located() { cl_crm "$1" crm_resource --resource vip --locate 2>/dev/null; }
 
-# The address must be on node N only, and stay there while the cluster is
-# idle: checked a few times over two seconds.
+# On node N only, four times over two seconds.
 stays_on() {
   local n=$1 i
   for i in 1 2 3 4; do
@@ -39,11 +30,14 @@ stays_on() {
   done
 }
 
-# Client-visible outcome of a move to node N that began at T0: the client's
-# entry names the new MAC, a gratuitous ARP from it came before the first
-# answer from it. Prints "<ms to address> <ms to answer>".
-moved_to() {
-  local n=$1 t0=$2 mac added garp reply neigh
+# Moves the address from node M by ACTION (standby, kill) to node N: the
+# client follows N's MAC, announced by a gratuitous ARP before N's first
+# answer. Sets addr_ms and reply_ms, the milliseconds to each.
+move() {
+  local action=$1 m=$2 n=$3 t0 mac added garp reply neigh
+  t0=$(cl_now)
+  if [ "$action" = standby ]; then cl_standby 1 "$m" on; else cl_kill "$m"; fi
+  cl_wait "$WAIT" held_by "$n" || cl_die "$action of node$m did not move $VIP to node$n"
   mac=$(cl_node_mac "$n")
   added=$(cl_added_at "$VIP" "$t0" "$n")
   [ -n "$added" ] || cl_die "no address change on node$n recorded after the move"
@@ -55,7 +49,7 @@ moved_to() {
     cl_die "the first answer from $mac ($reply) came before its gratuitous ARP ($garp)"
   neigh=$(cl_client_neigh "$VIP")
   [ "${neigh%% *}" = "$mac" ] || cl_die "client's neighbour entry is '$neigh', expected $mac"
-  echo "$(cl_ms "$t0" "$added") $(cl_ms "$t0" "$reply")"
+  addr_ms=$(cl_ms "$t0" "$added") reply_ms=$(cl_ms "$t0" "$reply")
 }
 test_reply() { [ -n "$(cl_client_saw "$VIP" "$1" "$2" reply)" ]; }
 
@@ -85,23 +79,17 @@ cl_client_ping "$VIP"
 cl_wait "$WAIT" test_reply 0 "$(cl_node_mac "$a")" || cl_die "the client cannot reach $VIP on node$a"
 ok "the client reaches $VIP at node$a's MAC"
 
-# --- standby moves it --------------------------------------------------
-t0=$(cl_now)
-cl_standby 1 "$a" on
-cl_wait "$WAIT" held_by "$b" || cl_die "standby of node$a did not move $VIP to node$b"
-read -r standby_addr standby_reply < <(moved_to "$b" "$t0")
+# --- standby moves it, then killing the node moves it back -------------
+move standby "$a" "$b"
+standby_addr=$addr_ms standby_reply=$reply_ms
 ok "standby of node$a: address on node$b after $standby_addr ms, client answered from its MAC after $standby_reply ms"
 settled 1 || cl_die "the cluster did not settle after standby"
 cl_standby 1 "$a" off
 settled 1 || cl_die "the cluster did not settle after bringing node$a back"
 stays_on "$b"
 ok "node$a back online, $VIP stays on node$b"
-
-# --- killing the node moves it -----------------------------------------
-t0=$(cl_now)
-cl_kill "$b"
-cl_wait "$WAIT" held_by "$a" || cl_die "killing node$b did not move $VIP to node$a"
-read -r kill_addr kill_reply < <(moved_to "$a" "$t0")
+move kill "$b" "$a"
+kill_addr=$addr_ms kill_reply=$reply_ms
 ok "SIGKILL of every process of node$b: address on node$a after $kill_addr ms, client answered from its MAC after $kill_reply ms"
 
 # --- the killed node rejoins; the address stays ------------------------
@@ -125,8 +113,10 @@ sees_offline() {
   cl_crm "$1" crm_mon -1 --output-as=xml 2>/dev/null | grep "<node name=\"node$2\".* online=\"false\"" >/dev/null
 }
 split() { sees_offline "$a" "$b" && sees_offline "$b" "$a"; }
-stale_start_failed() {
-  cl_crm "$b" crm_mon -1 2>/dev/null | grep -F "vip start on node$b" |
+# start_failed RSC N [CRM_MON]: a start of RSC on node N failed with the
+# duplicate's reason, in CRM_MON or else in node N's crm_mon -1.
+start_failed() {
+  grep -F "$1 start on node$2" <<<"${3:-$(cl_crm "$2" crm_mon -1 2>/dev/null)}" |
     grep -F 'IP address was already used.' >/dev/null
 }
 t0=$(cl_now)
@@ -134,10 +124,10 @@ cl_partition
 cl_wait "$WAIT" split || cl_die "the nodes still see each other with UDP 5405 dropped"
 ok "cluster traffic dropped in both nodes: each node sees the other offline after $(cl_ms "$t0" "$(cl_now)") ms"
 # Ends early, and plainly, when node b takes the address after all.
-stale_start_done() { stale_start_failed || [ "$(cl_holders "$VIP" | wc -l)" -gt 1 ]; }
+stale_start_done() { start_failed vip "$b" || [ "$(cl_holders "$VIP" | wc -l)" -gt 1 ]; }
 cl_wait "$WAIT" stale_start_done || true
 held_by "$a" || cl_die "$VIP is on [$(holder)] during the partition, expected node$a only"
-stale_start_failed ||
+start_failed vip "$b" ||
   cl_die "node$b has no failed start of vip with the duplicate's reason: $(cl_crm "$b" crm_mon -1)"
 settled "$b" || cl_die "node$b's side did not settle after its failed start"
 stays_on "$a"
@@ -159,10 +149,9 @@ ok "$VIP was never on both nodes at once ($(cl_addr_events "$VIP" | wc -l) chang
 # from the moves above would send the probe to the old holder's MAC for a
 # few seconds instead of asking the network.
 DUP=192.0.2.101
-failed_on() { grep -F "vipdup start on $1" <<<"$2" | grep -F 'IP address was already used.' >/dev/null; }
 failed_on_both() {
   local out
-  out=$(cl_crm "$a" crm_mon -1 2>/dev/null) && failed_on node1 "$out" && failed_on node2 "$out"
+  out=$(cl_crm "$a" crm_mon -1 2>/dev/null) && start_failed vipdup 1 "$out" && start_failed vipdup 2 "$out"
 }
 cl_client ip addr add "$DUP/24" dev br0
 cl_configure "$a" vipdup ocf:vyrcluster:vyrvip params ip="$DUP/24" nic=eth0 $OPS

@@ -45,10 +45,7 @@ leftovers() {
   local work br p ns left=""
   work=$(awk '$1 == "work" { print $2 }' "$out/names")
   br=$(awk '$1 == "br" { print $2 }' "$out/names")
-  [ -n "$work" ] && [ -n "$br" ] || {
-    echo "the child wrote no names"
-    return
-  }
+  [ -n "$work" ] && [ -n "$br" ] || { echo "the child wrote no names"; return; }
   [ -e "$work" ] && left+="work folder; "
   ip netns list 2>/dev/null | grep -w "$br" >/dev/null && left+="namespace $br; "
   grep -F "$work" /proc/self/mountinfo >/dev/null && left+="mounts; "
@@ -60,50 +57,32 @@ leftovers() {
   echo "$left"
 }
 
-# A failed check.
+die() {
+  echo "FAIL: $*"
+  cat "$out/child.out"
+  exit 1
+}
+clean_after() {
+  local left
+  left=$(leftovers)
+  [ -z "$left" ] || die "after $1, left behind: $left"
+  echo "ok - $1 leaves no namespace, process, mount or folder"
+}
+
 rc=0
 child fail || rc=$?
-[ "$rc" -eq 1 ] || {
-  echo "FAIL: the child exited $rc, expected 1"
-  cat "$out/child.out"
-  exit 1
-}
-grep -F 'a check fails on purpose' "$out/child.out" >/dev/null || {
-  echo "FAIL: the child did not reach its failing check"
-  cat "$out/child.out"
-  exit 1
-}
-grep -F 'partition healed on node1 node2' "$out/child.out" >/dev/null || {
-  echo "FAIL: the partition was not healed on both nodes before the teardown"
-  cat "$out/child.out"
-  exit 1
-}
-left=$(leftovers)
-[ -z "$left" ] || {
-  echo "FAIL: after a failed check, left behind: $left"
-  exit 1
-}
-echo "ok - a failed check during a partition heals it and leaves no namespace, process, mount or folder"
+[ "$rc" -eq 1 ] || die "the child exited $rc, expected 1"
+grep -F 'a check fails on purpose' "$out/child.out" >/dev/null || die "the child did not reach its failing check"
+grep -F 'partition healed on node1 node2' "$out/child.out" >/dev/null ||
+  die "the partition was not healed on both nodes before the teardown"
+clean_after "a failed check during a partition"
 
-# SIGTERM while the cluster runs.
 rm -f "$out/names" "$out/ready"
 child term &
 pid=$!
-cl_wait 120 test -e "$out/ready" || {
-  echo "FAIL: the child never got its cluster up"
-  cat "$out/child.out"
-  exit 1
-}
+cl_wait 120 test -e "$out/ready" || die "the child never got its cluster up"
 kill -TERM "$(awk '$1 == "pid" { print $2 }' "$out/names")"
 rc=0
 wait "$pid" || rc=$?
-[ "$rc" -ne 0 ] || {
-  echo "FAIL: the child ended with 0 after SIGTERM"
-  exit 1
-}
-left=$(leftovers)
-[ -z "$left" ] || {
-  echo "FAIL: after SIGTERM, left behind: $left"
-  exit 1
-}
-echo "ok - SIGTERM leaves no namespace, process, mount or folder"
+[ "$rc" -ne 0 ] || die "the child ended with 0 after SIGTERM"
+clean_after "SIGTERM while the cluster runs"
