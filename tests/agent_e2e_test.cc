@@ -54,9 +54,6 @@ TEST_F(AgentE2E, ActivationAndDeactivation) {
        .mode = "--active", .rsc = "long",
        .params = "<ip>203.0.113.5/24</ip><ifname>vyrlongname014</ifname>" + kNoProbe, .code = 30,
        .log = "Interface name is too long."},
-      {.setup = "peer_has 192.0.2.90", .mode = "--active", .rsc = "force",
-       .params = OnVa0("192.0.2.90/24", "<ping><force>1</force></ping>" + kNoArp),
-       .shown = "192.0.2.90/24"},
       // npsimu skips the probe, unless the resource asks for it.
       {.setup = "peer_has 192.0.2.21 && ctl npsimu on", .mode = "--active", .rsc = "pingnpsimu",
        .params = OnVa0("192.0.2.21/24",
@@ -113,12 +110,6 @@ TEST_F(AgentE2E, ThroughTheInterfaceTool) {
        .shown = "inet6 2001:db8::30/64 scope global nodad",
        .log = "ipaddr/netlink: the kernel lists, adds and removes."},
       {.mode = "--deactive", .rsc = "nl6", .gone = "2001:db8::30/"},
-      // No label, or the label and broadcast address given; either is found and removed.
-      {.mode = "--active", .rsc = "nolabel",
-       .params = OnVa0("192.0.2.12/24", kQuiet + "<ipaddr><netlink>1</netlink><nolabel>1</nolabel>"
-                                                 "<broadcast>none</broadcast></ipaddr>"),
-       .shown = "inet 192.0.2.12/24 scope global secondary va0\\"},
-      {.mode = "--deactive", .rsc = "nolabel", .gone = "192.0.2.12"},
       {.mode = "--active", .rsc = "label",
        .params = OnVa0("192.0.2.13/24", kQuiet + "<ipaddr><netlink>1</netlink><label>web</label>"
                                                  "<broadcast>192.0.2.200</broadcast></ipaddr>"),
