@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "common/shell.h"
 #include "support/agent_fixture.h"
 #include "support/log_lines.h"
 
@@ -23,12 +21,9 @@ class EntryTest : public ::testing::Test {
     env_.WriteConfig("");
     ASSERT_EQ(0, env_.Ctl("start"));
   }
-  // Runs vyrvip with `args` (split at blanks, each word quoted) behind `wrapper`.
+  // Runs vyrvip with `args` (no word the shell would act on) behind `wrapper`.
   int Run(const std::string& args, const std::string& wrapper = "") const {
-    std::string quoted;
-    std::istringstream words(args);
-    for (std::string w; words >> w;) quoted.append(" ").append(vyr::ShellQuote(w));
-    return env_.Vyrvip("", quoted + " >/dev/null", nullptr, 0, wrapper);
+    return env_.Vyrvip("", args + " >/dev/null", nullptr, 0, wrapper);
   }
   // "LEVEL text" of the trace log's lines of `level`, or of all for "".
   std::vector<std::string> Log(const std::string& level = "") const {
