@@ -14,7 +14,7 @@ using vyrtest::kNoProbe;
 using vyrtest::kQuiet;
 using vyrtest::OnVa0;
 
-// Activation, refusals, forcing, npsimu, the link check and deactivation's
+// Activation, refusals, npsimu, the link check and deactivation's
 // confirmations, with the kernel making the changes.
 TEST_F(AgentE2E, ActivationAndDeactivation) {
   // Through vyrping and the real arp: the trace names the peer's MAC address.

@@ -6,7 +6,6 @@
 
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "support/log_lines.h"
 #include "support/netns.h"
@@ -16,7 +15,6 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
 using vyrtest::ReadFile;
 using vyrtest::WriteFile;
 

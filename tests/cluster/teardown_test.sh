@@ -1,11 +1,7 @@
 #!/usr/bin/env bash
-# The cluster harness cleans up after itself when a check fails and when it
-# is interrupted: a child run brings the two nodes up, then fails a check
-# (or gets SIGTERM), and this script looks for anything of it left on the
-# machine: its work folder, its bridge namespace, a process in one of its
-# nodes' namespaces, a mount naming its folder.
-#
-#   teardown_test.sh      (root; exit 77 = skipped)
+# The cluster harness cleans up after itself: a child run brings both nodes
+# up, then fails a check (or gets SIGTERM), and nothing of it may be left.
+# Usage: teardown_test.sh (root; exit 77 = skipped)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source "$here/../../scripts/cluster/lib.sh"
