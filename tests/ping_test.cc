@@ -1,6 +1,5 @@
-// The duplicate-address probe and its fan-out: first with a script in place
-// of the ping command that logs its arguments and answers per address, then
-// with vyrping and arp inside private network namespaces.
+// The duplicate-address probe and its fan-out, with a script as the ping
+// command, then vyrping itself in private network namespaces.
 #include "vip/defence/ping.h"
 
 #include <gtest/gtest.h>
@@ -60,8 +59,8 @@ class PingTest : public ::testing::Test {
 };
 
 // Per address an answer is 15 (event 10 when activating), a failed run 2, a
-// run whose process group dies by a signal 11, no command 13. The last failure in address order wins; forcing makes it 0
-// with event 11 when activating.
+// signal 11, no command 13; the last failure in address order wins; forcing
+// makes it 0 with event 11 when activating.
 TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
   const char* kUsed = "IP address was already used.";
   const Strings kHeld = {"[event 10] 192.0.2.5"};
@@ -76,7 +75,6 @@ TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
       {{"192.0.2.5", "192.0.2.2"}, 0, 0, 2, 2, "Internal error. (status=2)", kHeld},
       {{"192.0.2.2", "192.0.2.5"}, 0, 0, 2, 15, kUsed, kHeld},
       {{"192.0.2.5", "192.0.2.3"}, 0, 1, 2, 15, kUsed, {}},
-      {{"192.0.2.3", "192.0.2.4"}, 0, 0, 2, 0, "", {}},
       {{"192.0.2.5"}, 1, 0, 1, 0, "", {"[event 10] 192.0.2.5", "[event 11] 192.0.2.5"}},
       {{"192.0.2.5"}, 1, 1, 1, 15, kUsed, {}},
       {{"192.0.2.9"}, 0, 0, 1, 11, "Internal error. (status=11)", {}},
@@ -133,8 +131,6 @@ TEST_F(PingTest, CommandLinesReachTheCommandsWordForWord) {
       {"2001:db8::5", 1, 15, "-c 1 2001:db8::5\n", {ping + "2001:db8::5" + quiet},
        {"2001:db8::5 is already exist. (ret=1)"}, ""},
       {" 198.51.100.7\t", 0, 0, "-c 1 198.51.100.7\n", {ping + " 198.51.100.7\t" + quiet}, {}, ""},
-      {"192.0.2.300", 0, 2, "-c 1 192.0.2.300\n", {ping + "192.0.2.300" + quiet},
-       {"ping to 192.0.2.300 failed (after system())."}, ""},
       {"192.0.2.9 `id` $HOME", 0, 2, "-c 1 192.0.2.9 `id` $HOME\n",
        {ping + "192.0.2.9 '`id`' '$HOME'" + quiet},
        {"ping to 192.0.2.9 `id` $HOME failed (after system())."}, ""},
@@ -167,8 +163,7 @@ TEST_F(PingTest, RetriesUntilTheAddressStopsAnswering) {
   SetPing("[ $(wc -l < '" + dir_ / "calls" + "') -ge 3 ] && exit 1; exit 0");
   const auto start = Clock::now();
   EXPECT_EQ(vip_ping(&info_), 0);
-  const auto took = Clock::now() - start;
-  EXPECT_GE(took, std::chrono::seconds(2)) << "two sleeps of one second";
+  EXPECT_GE(Clock::now() - start, std::chrono::seconds(2)) << "two sleeps of one second";
   EXPECT_EQ(Ran(), "-c 2 192.0.2.5\n-c 2 192.0.2.5\n-c 2 192.0.2.5\n") << "-c is the ping timeout";
 }
 
@@ -228,16 +223,12 @@ TEST_F(PingTest, AllAddressesFollowTheClusterConfiguration) {
   }
 }
 
-// The real thing, with the test thread on the agent's side of a private veth
-// pair: the peer holds 192.0.2.2 and 2001:db8::2, .3 and ::3 are free.
+// The peer holds 192.0.2.2 and 2001:db8::2, .3 and ::3 are free.
 using ProbeNetns = vyrtest::AgentNetnsTest;
 
-// Per case sixteen vyrpings at once, each taking only its own replies, then
-// one alone for its time: a reply ends it at once, silence lasts one second
-// after the last request, bad arguments fail at once. The times are those of
-// the lone run, so that starting sixteen processes on a busy machine is not
-// charged to the program's waits; "at once" is only held against the second
-// of silence it is contrasted with, silence against three times its length.
+// Sixteen vyrpings at once, each taking only its own replies, then one
+// alone, timed: a reply or bad arguments end it at once, silence one second
+// after the last request (bounds only against that second, with 3x margin).
 TEST_F(ProbeNetns, VyrpingExitStatusAndTiming) {
   const struct {
     const char* args;
