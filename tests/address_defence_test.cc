@@ -1,7 +1,5 @@
-// Defending the address, in a private pair of namespaces: the probes on the
-// link before an activation, alone and end to end, the kernel's DAD verdict
-// and the unsolicited Neighbor Advertisements after an IPv6 one, the
-// announcements in the background, and the short critical section.
+// Defending the address in a private pair of namespaces: the probes before
+// an activation, DAD, advertisements, background announcers, lock/short.
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,7 +8,6 @@
 #include <future>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "support/agent_fixture.h"
 #include "support/frames.h"
@@ -32,8 +29,7 @@ using LinkProbe = vyrtest::AgentNetnsTest;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// One probe of `addr` on `dev`: its result, the claimant's MAC and how long
-// it took.
+// One probe's result, the claimant's MAC and how long it took.
 struct ProbeOutcome {
   int ret;
   std::string mac;
@@ -47,12 +43,9 @@ ProbeOutcome ProbeOnce(ProbeCall probe, const char* dev, const char* addr, int w
   return {ret, mac, std::chrono::duration_cast<milliseconds>(Clock::now() - start).count()};
 }
 
-// One probe on the link alone, ARP and the agent's own IPv6 duplicate
-// detection (solicitations from ::): the peer's kernel holding the address
-// is caught on every try, at once, naming vb0's MAC; a free address costs
-// the whole window; of two hosts probing one free address at the same time
-// at least one refuses it: whoever hears the other's probe first backs off,
-// never both take it.
+// ARP and the agent's own DAD probe: a holder is caught on every try, at
+// once, by its MAC; a free address costs the whole window; of two hosts
+// probing one free address at once, never both take it.
 TEST_F(LinkProbe, ProbesCatchEveryHolderAtOnce) {
   ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.1/24 dev va0"));
   ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.70/24 dev vb0 && "
@@ -86,8 +79,7 @@ TEST_F(LinkProbe, ProbesCatchEveryHolderAtOnce) {
     EXPECT_EQ(other.ret == 15 ? pair_->AgentMac() : "", other.mac);
   }
 
-  // A holder that answers no probe but announces itself every 30 ms
-  // (gratuitous requests, target address set) is caught as well.
+  // A holder that answers no probe but announces itself is caught as well.
   auto announced = std::async(std::launch::async, [this] {
     vyrtest::ScopedNetns inside(pair_->peer());
     return vip_lan_announce("vb0", "192.0.2.71", 100, 30);
@@ -100,13 +92,9 @@ TEST_F(LinkProbe, ProbesCatchEveryHolderAtOnce) {
   EXPECT_EQ(0, announced.get());
 }
 
-// The peer holds 192.0.2.70 and 2001:db8::40 and drops echo requests: the
-// ping probe lets them through; the ARP probe and the agent's own duplicate
-// detection refuse them with the event of an address that answers ping
-// (forcing as for ping); with a DAD time limit the kernel's "dadfailed"
-// fails the activation and the address is gone; with neither, the
-// activation succeeds as it always did. Free addresses pass every probe and
-// stay, none of them left tentative.
+// A holder that drops ping passes the ping probe; the ARP and DAD probes
+// refuse it (event 10, forcing as for ping), a DAD time limit fails on the
+// kernel's "dadfailed"; free addresses pass and none is left tentative.
 TEST_F(Defence, ProbesSeeAHostThatDropsPing) {
   ASSERT_EQ(0, pair_->InPeer("sysctl -qw net.ipv4.icmp_echo_ignore_all=1 "
                              "net.ipv6.icmp.echo_ignore_all=1 && "
@@ -240,10 +228,8 @@ TEST_F(Defence, ArpCheckInTheBackgroundNamesOnlyAStaleHolder) {
   EXPECT_FALSE(Contains(log, "still answers")) << log;
 }
 
-// The deep monitor's question: the peer holding the address too is named on
-// standard output with 15, IPv4 and IPv6; an address that only this side
-// holds gives 0 and, with -n, gratuitous ARP frames caught on the peer; a
-// missing interface gives 2, a malformed command line 4.
+// --lanprobe: a second holder is named with 15; an address only this side
+// holds gives 0 and, with -n, gratuitous ARP frames on the peer.
 TEST_F(Defence, LanprobeNamesASecondHolder) {
   env_.WriteConfig("", vyrtest::kCommon);
   ASSERT_EQ(0, pair_->InAgent("ip addr add 192.0.2.95/24 dev va0 && "
@@ -285,10 +271,8 @@ TEST_F(Defence, LanprobeNamesASecondHolder) {
   }
 }
 
-// The advertisements the peer catches, byte by byte, and its neighbour entry
-// for the address, which had another MAC: it follows the agent with
-// advertisements and stays where it was without them. One that cannot be
-// sent does not fail the activation.
+// The peer's stale neighbour entry follows the advertisements (byte by
+// byte) and stays without them; one that cannot be sent fails nothing.
 TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
   const std::string mac = pair_->AgentMac();
   std::string out;
@@ -307,7 +291,6 @@ TEST_F(Defence, NeighborAdvertisementsMoveThePeersNeighbourEntry) {
       {.setup = "ip -n $P -6 neigh replace 2001:db8::51 lladdr 02:00:00:00:00:99 dev vb0 nud stale",
        .mode = "--active", .rsc = "none", .params = OnVa0("2001:db8::51/64"), .desc = "Success.",
        .shown = "2001:db8::51/64"},
-      // Without a link-local source nothing can be sent: a warning only.
       {.setup = "ip -n $A -6 addr flush dev va0 scope link", .mode = "--active",
        .rsc = "nolinklocal", .params = OnVa0("2001:db8::52/64", "<na><retry>1</retry></na>"),
        .shown = "2001:db8::52/64", .log = "vip_send_na() failed. (ret=20)"},
@@ -335,12 +318,7 @@ std::string Arp(int frames, int interval_ms, int background) {
 
 class Announcer : public AgentE2E {
  protected:
-  void TearDown() override {
-    // Whatever a failed test left running in the namespace goes with it.
-    if (pair_) Sh("for p in $(ip netns pids " + pair_->agent() + "); do kill -9 $p; done");
-  }
-
-  // Announcers running in the agent's namespace (not counting the dead).
+  // Live announcers in the agent's namespace (zombies left out).
   int Running() const {
     std::string out;
     Sh("for p in $(ip netns pids " + pair_->agent() +
@@ -356,11 +334,9 @@ class Announcer : public AgentE2E {
   static bool Exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
 };
 
-// In the background the first frame is on the wire when start returns and
-// the rest follow at the interval from a detached announcer, which ends on
-// its own after the last one; deactivation ends a running one before it
-// returns, and one whose address vanished ends at its next frame. The same
-// for the advertisements of an IPv6 address.
+// In the background the first frame is out when start returns, a detached
+// announcer sends the rest and ends after the last, at deactivation or when
+// its address vanished; the same for IPv6 advertisements.
 TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
   vyrtest::PeerCatch arp(*pair_, false, "192.0.2.80");
   vyrtest::PeerCatch longer(*pair_, false, "192.0.2.81");
@@ -388,8 +364,7 @@ TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
 
   ASSERT_EQ(0, Run("--active -r long -g g")) << env_.Log();
   EXPECT_EQ(1, Running());
-  // It holds nothing of the run's: its standard streams on /dev/null, and
-  // its packet socket.
+  // It holds nothing of the run's: /dev/null and its packet socket.
   std::string fds;
   Sh("cd /proc/$(cut -d' ' -f1 '" + PidFile("192.0.2.81") + "')/fd && for f in *; do readlink $f; done",
      &fds);
@@ -418,10 +393,8 @@ TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
   EXPECT_FALSE(Exists(PidFile("2001:db8::60")));
 }
 
-// With lock/short a start whose announcements still run in the foreground
-// has left the critical section: another address's start finishes before
-// the last frame. Without it, the other start waits for the whole
-// announcement.
+// With lock/short another start finishes before the last frame of a
+// foreground announcement; without it, it waits for the whole announcement.
 TEST_F(Announcer, ShortLockLetsAnotherStartPass) {
   for (const int lockshort : {1, 0}) {
     SCOPED_TRACE("lock/short " + std::to_string(lockshort));

@@ -1,8 +1,6 @@
-// End-to-end agent tests: the built programs installed into a private
-// prefix, a private configuration, log folder and run folder (so the cluster
-// tables and the semaphore are the test's own), and a private pair of network
-// namespaces: va0 on the agent's side with 192.0.2.1/24 and 2001:db8::1/64,
-// vb0 on the peer with .2 and ::2.
+// End-to-end agent tests: the build installed into a private prefix, with
+// its own configuration, log and run folders (so the cluster tables and the
+// semaphore are the test's own), in a private pair of network namespaces.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,9 +26,8 @@ inline std::string OnVa0(const std::string& ip, const std::string& more = "") {
   return "<ip>" + ip + "</ip><ifname>va0</ifname>" + more;
 }
 
-// The agent's one-second waits, switched off where a test does not look at
-// them: the activation probe (a free address is silent for a second), the
-// pause after each gratuitous ARP frame, and deactivation's confirming ping.
+// The agent's one-second waits (activation probe, ARP frames, deactivation's
+// ping), off where a test does not look at them.
 inline const std::string kNoProbe = "<ping><timeout>0</timeout></ping>";
 inline const std::string kNoArp = "<arp><retry>0</retry></arp>";
 inline const std::string kNoPingCheck = "<check><ping><execute>0</execute></ping></check>";
@@ -77,13 +74,6 @@ class ClusterEnv {
 
   int Ctl(const std::string& args, std::string* out = nullptr) const {
     return Sh("env " + EnvAssignments() + " '" + prefix_ + "/bin/vyrctl' " + args, out);
-  }
-
-  // The stored description of a vip resource, as `vyrctl status` shows it.
-  std::string Description(const std::string& group, const std::string& rsc) const {
-    std::string out;
-    Ctl("status | sed -n 's/^" + group + "\tvip\t" + rsc + "\t//p'", &out);
-    return out.substr(0, out.find('\n'));
   }
 
   // Runs vyrvip inside the namespace `netns` ("" for none); with a `limit`
@@ -139,7 +129,7 @@ class CheckEnvTest : public NetnsTest {
 };
 
 // One run of vyrvip and what the cluster sees afterwards; empty texts are not
-// checked. Written with designated initializers: `.mode = "--active", ...`.
+// checked.
 struct Step {
   const char* setup = "";  // shell run first (see AgentE2E::RunSteps)
   const char* mode = "";   // the command line without the resource
@@ -160,6 +150,10 @@ class AgentE2E : public NetnsTest {
     ASSERT_TRUE(env_.ok()) << "installing the build tree failed";
     ASSERT_EQ(0, pair_->AddAddresses());
     ASSERT_EQ(0, env_.Ctl("start"));
+  }
+  // What a failed test left running in the agent's namespace goes with it.
+  void TearDown() override {
+    if (pair_) Sh("for p in $(ip netns pids " + pair_->agent() + "); do kill -9 $p; done");
   }
 
   int Run(const std::string& args) const { return env_.Vyrvip(pair_->agent(), args); }
@@ -187,8 +181,10 @@ class AgentE2E : public NetnsTest {
       WriteFile(env_.dir() + "/log/vip.log", "");
       EXPECT_EQ(s.code, Run(s.mode + (s.rsc[0] ? std::string(" -r ") + s.rsc + " -g g" : "")))
           << env_.Log();
-      if (s.desc[0]) {
-        EXPECT_EQ(s.desc, env_.Description("g", s.rsc));
+      if (s.desc[0]) {  // the stored description, as `vyrctl status` shows it
+        std::string desc;
+        env_.Ctl(std::string("status | sed -n 's/^g\tvip\t") + s.rsc + "\t//p'", &desc);
+        EXPECT_EQ(s.desc + std::string("\n"), desc);
       }
       const std::string addrs = Addrs();
       if (s.shown[0]) {
