@@ -1,5 +1,4 @@
-// The NIC link check: ethtool on real devices in a private namespace, and
-// the MII register rules with a played PHY.
+// The NIC link check: ethtool on veth devices, the MII rules on a played PHY.
 #include "vip/address/link_check.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
-// The frames the agent puts on the wire, built here byte by byte and not
-// from the agent's own structures: the gratuitous ARP of RFC 826 / RFC 5227
-// and the unsolicited Neighbor Advertisement of RFC 4861 with RFC 4443's
-// checksum; and those of one address caught on the peer.
+// The frames the agent puts on the wire, built byte by byte (not from the
+// agent's structures), and those of one address caught on the peer.
 #pragma once
 
 #include <arpa/inet.h>
@@ -27,12 +25,10 @@ namespace vyrtest {
 
 using Bytes = std::vector<unsigned char>;
 
-// An ARP frame's operation (its low byte at kArpOpLow).
-inline constexpr std::size_t kArpOpLow = 21;
+inline constexpr std::size_t kArpOpLow = 21;  // the byte of the operation's low 8 bits
 inline constexpr int kArpRequest = 1;
 inline constexpr int kArpReply = 2;
 
-// "xx:xx:xx:xx:xx:xx" as its six bytes.
 inline Bytes MacBytes(const std::string& mac) {
   Bytes out(6);
   std::sscanf(mac.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &out[0], &out[1], &out[2], &out[3],
@@ -40,14 +36,10 @@ inline Bytes MacBytes(const std::string& mac) {
   return out;
 }
 
-// An address in its network byte order.
 inline Bytes AddrBytes(const char* addr) {
   Bytes out(16);
-  if (inet_pton(AF_INET, addr, out.data()) == 1) {
-    out.resize(4);
-  } else {
-    inet_pton(AF_INET6, addr, out.data());
-  }
+  if (inet_pton(AF_INET, addr, out.data()) == 1) return Bytes(out.begin(), out.begin() + 4);
+  inet_pton(AF_INET6, addr, out.data());
   return out;
 }
 
@@ -55,8 +47,7 @@ inline void Append(Bytes* frame, const Bytes& part) {
   frame->insert(frame->end(), part.begin(), part.end());
 }
 
-// A gratuitous ARP frame from `mac` for `addr`: broadcast, sender and target
-// both the address, padded to Ethernet's shortest frame (60 bytes).
+// A gratuitous ARP (RFC 5227) from `mac` for `addr`, padded to 60 bytes.
 inline Bytes GratuitousArp(const std::string& mac, const char* addr, int op) {
   Bytes f(6, 0xff);
   Append(&f, MacBytes(mac));
@@ -69,10 +60,8 @@ inline Bytes GratuitousArp(const std::string& mac, const char* addr, int op) {
   return f;
 }
 
-// An unsolicited Neighbor Advertisement (ICMPv6 136, hop limit 255, the
-// override flag, the target link-layer address option) for `target` from
-// `mac` and the link-local `source` to all nodes, with its checksum worked
-// out from the pseudo-header.
+// An unsolicited Neighbor Advertisement (RFC 4861, override flag, target
+// link-layer option) from `mac` and link-local `source` to all nodes.
 inline Bytes NeighborAdvert(const std::string& mac, const std::string& source,
                             const char* target) {
   Bytes f = {0x33, 0x33, 0, 0, 0, 1};
@@ -92,9 +81,7 @@ inline Bytes NeighborAdvert(const std::string& mac, const std::string& source,
   return f;
 }
 
-// The announcements of one address as the peer's vb0 receives them (ARP
-// frames with the address as sender and target, or Neighbor Advertisements
-// for it), with their bytes and arrival times.
+// The ARP frames or advertisements of one address as vb0 receives them.
 class PeerCatch {
  public:
   PeerCatch(const NetnsPair& pair, bool ipv6, const char* addr) : ipv6_(ipv6) {
@@ -113,8 +100,7 @@ class PeerCatch {
   }
   bool ok() const { return ok_; }
 
-  // Takes in what has arrived, waiting at most `limit` for `count` frames
-  // in all.
+  // Takes in what has arrived, waiting at most `limit` for `count` in all.
   std::size_t WaitFor(std::size_t count, std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     do {

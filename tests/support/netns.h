@@ -1,7 +1,5 @@
-// Private network namespaces for tests that touch interfaces. Every device
-// lives in a namespace the test created; the namespaces go away with the
-// object (and those of dead test processes at the next creation), so the
-// machine's own interfaces are never touched. Documentation addresses only.
+// Private network namespaces for tests that touch interfaces: they go away
+// with the object (and those of dead test processes at the next creation).
 #pragma once
 
 #include <fcntl.h>
@@ -61,7 +59,7 @@ class NetnsPair {
   std::string AgentMac() const { return Mac(agent_, "va0"); }
   std::string PeerMac() const { return Mac(peer_, "vb0"); }
 
-  // Runs a shell command inside a namespace; returns its exit code.
+  // A shell command inside a namespace; its exit code.
   int InAgent(const std::string& cmd, std::string* out = nullptr) const {
     return Sh("ip netns exec " + agent_ + " sh -c '" + cmd + "'", out);
   }
@@ -81,8 +79,7 @@ class NetnsPair {
   std::string peer_;
 };
 
-// Moves the calling thread (and threads it starts) into a namespace, and
-// back on destruction.
+// Moves the calling thread (and threads it starts) into a namespace, and back.
 class ScopedNetns {
  public:
   explicit ScopedNetns(const std::string& name) {
@@ -99,11 +96,8 @@ class ScopedNetns {
   bool ok_ = false;
 };
 
-// The base of every namespace test: a private pair of namespaces, made
-// before the test and deleted after it, also when it fails; skipped where
-// namespaces cannot be made. The fixtures with the test thread inside
-// (AgentNetnsTest) and with an installed agent, its configuration and the
-// cluster tables (AgentE2E) build on it.
+// The base of every namespace test: a private pair, deleted after the test
+// also when it fails; skipped where namespaces cannot be made.
 class NetnsTest : public ::testing::Test {
  protected:
   void SetUp() override { SetUpNamespaces(); }

@@ -1,6 +1,5 @@
-// Tests of the address-change pieces: a fixture that runs the test thread
-// on the agent's side of a private namespace pair, and builders for the
-// records those pieces take.
+// The address-change pieces' tests: the test thread on the agent's side of
+// a namespace pair, and builders for the records the pieces take.
 #pragma once
 
 #include <arpa/inet.h>
@@ -58,9 +57,7 @@ inline ipaddrinfo ListEntry(const std::string& name, const char* mask = "255.255
   return e;
 }
 
-// The test thread sits in the agent's namespace (device va0, peer vb0);
-// skipped where namespaces cannot be made. Derived SetUp()s call this first
-// and return when IsSkipped() or HasFatalFailure().
+// The test thread sits in the agent's namespace (device va0, peer vb0).
 class AgentNetnsTest : public NetnsTest {
  protected:
   void SetUp() override {
