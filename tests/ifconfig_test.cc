@@ -1,5 +1,4 @@
-// The interface tool through fake scripts: the once-per-run decision whether
-// it is used, and the timed listing of recorded older-layout output.
+// The interface tool through fake scripts: whether it is used, and its listing.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -25,21 +24,19 @@ std::string Cat(std::string f) { return "/bin/cat '" VYR_TESTDATA_DIR "/ifconfig
 
 std::string Print(const std::string& text) { return "printf '%s' '" + text + "'\n"; }
 
-// One entry per block in IPv4 mode (an alias is a block of its own), one per
-// address in IPv6 mode. The tool gets "-a" after the arguments its
-// configured path carries (a word the shell would act on reaches it
-// quoted), a tool that ends is not held to the limit and a hanging one is
-// ended with its process group at the limit.
+// One entry per block for IPv4 (an alias is a block), one per address for
+// IPv6; "-a" follows the configured path's own arguments, each one word; a
+// hanging tool is ended with its process group at the limit, no other is.
 TEST(IfconfigListing, ToolOutputGivesTheEntriesOrItsCodeAndDescription) {
   vyrtest::TempDir dir;
   const auto tool = [&](const std::string& name, const std::string& body,
                         const std::string& args = "-a") {
-    return vyrtest::WriteScript(dir.path(), name,
-                                "[ \"$*\" = \"" + args + "\" ] || exit 9\n" + body);
+    vyrtest::WriteFile(dir / name, "#!/bin/sh\n[ \"$*\" = \"" + args + "\" ] || exit 9\n" + body,
+                       0755);
+    return dir / name;
   };
   const std::string exits1 = tool("exits1", Cat("older_mixed.txt") + "exit 1\n");
-  // Keywords in any case; MAC groups kept as written, the bytes right for
-  // every address of the block.
+  // Keywords in any case; MAC groups kept as written, the bytes right.
   const std::string caps = tool("caps", Print("eth0 HWADDR 0:c:29:3b:12:34\n INET ADDR:192.0.2.6 "
                                               "MASK:255.0.0.0\n INET6 ADDR: 2001:db8::6/64\n"
                                               " inet6 addr: 2001:db8::7/64\n"));
@@ -104,12 +101,9 @@ TEST(IfconfigListing, ToolOutputGivesTheEntriesOrItsCodeAndDescription) {
   EXPECT_TRUE(vyrtest::NoProcessWithin(dir.path(), milliseconds(5000))) << "a tool outlived it";
 }
 
-// The first line that shows a layout decides, whatever the listing's exit
-// status; switched off, no command runs; no ifconfig, one that hangs past
-// the limit (21, ended with its process group), or no "which" (failing as the
-// shell reports it, 127) leaves the kernel; a chatty "which" prints nothing
-// into the agent's own output. (The machine's own tool prints the layout of
-// newer_layout.txt.)
+// The first line that shows a layout decides, whatever the exit status; off,
+// nothing runs; no ifconfig, a hung one (21) or no "which" (127) leaves the
+// kernel; a chatty "which" prints nothing into the agent's own output.
 TEST(IfconfigProbe, LayoutOfTheListingDecidesOncePerRun) {
   vyrtest::TempDir dir;
   vyrtest::TraceCapture trace;
@@ -132,7 +126,7 @@ TEST(IfconfigProbe, LayoutOfTheListingDecidesOncePerRun) {
   };
   const auto fake = [&dir](const char* name, const std::string& body) {
     ::unlink((dir / name).c_str());
-    if (!body.empty()) vyrtest::WriteScript(dir.path(), name, body);
+    if (!body.empty()) vyrtest::WriteFile(dir / name, "#!/bin/sh\n" + body, 0755);
   };
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();

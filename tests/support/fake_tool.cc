@@ -4,12 +4,6 @@
 
 namespace vyrtest {
 
-std::string WriteScript(const std::string& dir, const std::string& name, const std::string& body) {
-  const std::string path = dir + "/" + name;
-  WriteFile(path, "#!/bin/sh\n" + body, 0755);
-  return path;
-}
-
 bool NoProcessWithin(const std::string& text, std::chrono::milliseconds limit) {
   // "[x]rest" matches the text but not the shell that runs pgrep with it.
   const std::string pgrep = "pgrep -f '[" + text.substr(0, 1) + "]" + text.substr(1) + "'";

@@ -1,5 +1,5 @@
-// Fake interface tools for tests, a look at the process table to prove that
-// none is left running, and helpers around the agent's globals and lists.
+// A look at the process table to prove that no tool is left running, and
+// helpers around the agent's globals and lists.
 #pragma once
 
 #include <chrono>
@@ -8,10 +8,6 @@
 #include "nicCommon/addrinfo.h"
 
 namespace vyrtest {
-
-// Writes an executable "#!/bin/sh" script `name` with `body` into `dir`
-// and returns its path.
-std::string WriteScript(const std::string& dir, const std::string& name, const std::string& body);
 
 // True when within `limit` no process's command line contains `text` (a
 // name or path without quotes); a killed process may take a moment to go.

@@ -31,11 +31,8 @@ std::string ReadFile(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const std::string& text, int mode) {
-  {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out) throw std::runtime_error("cannot write " + path);
-    out << text;
-  }
+  if (!(std::ofstream(path, std::ios::binary) << text))
+    throw std::runtime_error("cannot write " + path);
   ::chmod(path.c_str(), static_cast<mode_t>(mode));
 }
 
@@ -53,11 +50,7 @@ ScopedEnv::ScopedEnv(const char* name, const std::string& value) : name_(name) {
 }
 
 ScopedEnv::~ScopedEnv() {
-  if (old_) {
-    ::setenv(name_.c_str(), old_->c_str(), 1);
-  } else {
-    ::unsetenv(name_.c_str());
-  }
+  old_ ? ::setenv(name_.c_str(), old_->c_str(), 1) : ::unsetenv(name_.c_str());
 }
 
 }  // namespace vyrtest
