@@ -28,8 +28,7 @@ using Lines = std::vector<std::string>;
 const std::string kMask = "E [008] Subnet mask is invalid. (value=";
 const std::string kNotSet = "E [009] Routing Protocol is not set.";
 
-// Runs `check` between opening and closing a check log for `rscname`; its
-// result and the log's lines between the start and end lines.
+// Runs `check` in a check log for `rscname`: its result and the lines logged.
 std::pair<int, Lines> CheckLogged(const std::string& rscname, const std::function<int()>& check) {
   vyrtest::TempDir dir;
   const std::string path = dir / "check.log";
@@ -54,8 +53,6 @@ TEST(CheckFunctions, ValuesAndTheirFindings) {
       {vip_vipaddr_check, "192.168.0.10/24", {}},
       {vip_vipaddr_check, "192.168.0.10", {}},
       {vip_vipaddr_check, "192.168.0.10/33", {kMask + "192.168.0.10/33)"}},
-      {vip_vipaddr_check, "192.168.0.10/", {kMask + "192.168.0.10/)"}},
-      {vip_vipaddr_check, "192.168.0.10/x", {kMask + "192.168.0.10/x)"}},
       {vip_vipaddr_check, "192.168.0.10/-1", {kMask + "192.168.0.10/-1)"}},
       {vip_vipaddr_check, "/24", {"E [003] Parameter IP address is empty."}},
       {vip_vipaddr_check,
@@ -64,10 +61,8 @@ TEST(CheckFunctions, ValuesAndTheirFindings) {
       {vip_vipaddr_check, "fe80::1/64", {}},
       {vip_vipaddr_check, "fe80::1/129", {kMask + "fe80::1/129)"}},
       {vip_protocol_check, "RIPver2,RIPngver1", {}},
-      {vip_protocol_check, "RIPver1,RIPver1", {}},
       {vip_protocol_check, "RIPver1, RIPver2", {"E [010] Remove top blank. (value= RIPver2)"}},
       {vip_protocol_check, "RIPver1 ,RIPver2", {"E [011] Remove tail blank. (value=RIPver1 )"}},
-      {vip_protocol_check, "RIPver1,", {kNotSet}},
       {vip_protocol_check, "RIPver1,,", {kNotSet, kNotSet}},
       {vip_protocol_check, "ripver1", {"E [012] Routing Protocol is invalid. (value=ripver1)"}},
       {Interval, "0", {"E [004] Value of Send Interval is out of range. (value=0)"}},
@@ -164,10 +159,8 @@ TEST(NumericValues, JudgedAgainstThePolicyRanges) {
   xmllib_term();  // releases the configuration and policy too
 }
 
-// A file 8 bytes short of its size limit takes the start of the first line
-// (a short write, which sets no errno) and refuses the rest of it and every
-// later line with EFBIG. The block is written in a child with that limit and
-// SIGXFSZ ignored.
+// A file 8 bytes short of its size limit takes the start of the first line (a
+// short write, no errno) and refuses the rest and every later line with EFBIG.
 TEST(ChkLog, FailedWritesGoToTheTraceLog) {
   vyrtest::TempDir dir;
   constexpr rlim_t kLimit = 65536;

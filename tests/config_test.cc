@@ -1,7 +1,5 @@
-// The configuration on recorded files: the XML library's lookups and bad
-// files, the agent's settings summaries, this server's values, failures
-// with their status and the trace log's settings; and the short host name
-// that names this server, set in a private UTS namespace (the last test).
+// The configuration on recorded files: the XML library, the agent's settings
+// and their failures, the trace log's settings, and the short host name.
 #include "vip/settings/config.h"
 
 #include <gtest/gtest.h>
@@ -73,11 +71,10 @@ class ConfigLoading : public ::testing::Test {
   std::optional<vyrtest::TraceCapture> trace_;
 };
 
-// One load per case: its status, stored description, settings summaries
-// and the record's other fields ("|" joins them), or the trace line of its
-// failure. The agent's defaults, the policies' and the example's must agree;
-// this server's own values win over the resource's, which stand in when it
-// has none; deactivation keeps its fixed probe settings whatever is set.
+// One load per case: status, description, settings summaries and the other
+// fields ("|" joins them), or the failure's trace line. Defaults, policies and
+// example agree; this server's values win over the resource's, which stand in;
+// deactivation keeps its fixed probe settings whatever is set.
 TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
   const std::string example = VYR_EXAMPLE_CONFIG;
   const std::string act =
@@ -178,30 +175,32 @@ std::string Lookup(const std::string& path, int type = kText, int size = 1024,
   return std::string(text.data(), strnlen(text.data(), text.size()));
 }
 
-struct Case {
-  std::string path, want;
-  int type = kText, size = 1024;
-  std::string server = "";
-};
-
-class XmlLib : public ::testing::Test {
- protected:
-  void Load(const std::string& config) {
-    config_.emplace("VYR_CONFIG", kData + config);
+// A bad file that loads, a reason without file and line, something left to
+// read; then a wrong element, a changed text, a value that overruns its buffer,
+// or a server's value that does not come first with the resource's as fall-back.
+TEST(XmlLib, BadFilesThenLookupsByPathValueRulesAndServer) {
+  std::optional<vyrtest::ScopedEnv> config;
+  const std::tuple<const char*, int, const char*> bad[] = {
+      {"nosuch.xml", VYR_XMLERR_NOT_LOAD, "nosuch.xml: cannot read: No such file or directory"},
+      {"malformed.xml", VYR_XMLERR_INVALID_XML, "malformed.xml:7:"},
+      {"empty.xml", VYR_XMLERR_INVALID_XML, "empty.xml:1:1: malformed XML"},
+  };
+  for (const auto& [file, ret, reason] : bad) {
+    config.emplace("VYR_CONFIG", kData + file);
     ASSERT_EQ(xmllib_init("vip"), 0);
-    ASSERT_EQ(xmllib_load_config(), 0) << xmllib_last_error();
+    EXPECT_EQ(xmllib_load_config(), ret) << file;
+    EXPECT_EQ(std::string(xmllib_last_error()).rfind(kData + reason, 0), 0u) << xmllib_last_error();
+    EXPECT_EQ(Lookup("/root"), "error 2") << file;
+    xmllib_term();
   }
-  void TearDown() override { xmllib_term(); }
-
-  std::optional<vyrtest::ScopedEnv> config_;
-};
-
-// A wrong element, a changed text, a value that overruns its buffer, or a
-// server's value that does not come first with the resource's as fall-back.
-TEST_F(XmlLib, LookupsFollowThePathSyntaxValueRulesAndServerFallBack) {
-  Load("lookup.xml");
-  const Case cases[] = {
-      {kVip1 + "ip", "192.0.2.10/24"},
+  config.emplace("VYR_CONFIG", kData + "lookup.xml");
+  ASSERT_EQ(xmllib_init("vip"), 0);
+  ASSERT_EQ(xmllib_load_config(), 0) << xmllib_last_error();
+  const struct {
+    std::string path, want;
+    int type = kText, size = 1024;
+    std::string server = "";
+  } cases[] = {
       // The <vip> without a name holds the settings common to every resource.
       {"/root/resource/vip/parameters/ping/path", "bin/common-ping"},
       {"/root/resource/vip/parameters/ip", "error 4"},
@@ -224,27 +223,10 @@ TEST_F(XmlLib, LookupsFollowThePathSyntaxValueRulesAndServerFallBack) {
       // The server's own value decides, even when it does not fit.
       {kVip1 + "longname", "error 3", kText, 8, "node1"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     EXPECT_EQ(Lookup(c.path, c.type, c.size, c.server), c.want) << c.server << c.path;
   }
-}
-
-// A bad file fails with its code and a reason naming file and line, and
-// leaves nothing to read.
-TEST_F(XmlLib, BadConfigurationFilesFailWithFileLineAndReason) {
-  const std::tuple<const char*, int, const char*> cases[] = {
-      {"nosuch.xml", VYR_XMLERR_NOT_LOAD, "nosuch.xml: cannot read: No such file or directory"},
-      {"malformed.xml", VYR_XMLERR_INVALID_XML, "malformed.xml:7:"},
-      {"empty.xml", VYR_XMLERR_INVALID_XML, "empty.xml:1:1: malformed XML"},
-  };
-  for (const auto& [file, ret, reason] : cases) {
-    config_.emplace("VYR_CONFIG", kData + file);
-    ASSERT_EQ(xmllib_init("vip"), 0);
-    EXPECT_EQ(xmllib_load_config(), ret) << file;
-    EXPECT_EQ(std::string(xmllib_last_error()).rfind(kData + reason, 0), 0u) << xmllib_last_error();
-    EXPECT_EQ(Lookup("/root"), "error 2") << file;
-    xmllib_term();
-  }
+  xmllib_term();
 }
 
 // A name not cut at its first dot, or a full-length name cut short.
