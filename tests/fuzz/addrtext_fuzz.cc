@@ -1,5 +1,6 @@
 // The address text helpers over arbitrary text: family decision,
 // address/prefix split, newline cut and MAC conversion.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -24,39 +25,25 @@ void CheckSplit(const std::string& text) {
   out.mask[0] = '\0';
   int masklen = -12345;
   int ret = vip_div_ipmask(text.c_str(), out.addr, out.mask, &masklen);
-  for (char c : out.guard1) {
-    if (c != 0x5a) std::abort();
-  }
-  for (char c : out.guard2) {
-    if (c != 0x5a) std::abort();
+  if (std::ranges::count(out.guard1, 0x5a) + std::ranges::count(out.guard2, 0x5a) != 16) {
+    std::abort();
   }
   if (ret != 0 && ret != 31) std::abort();
   if (strnlen(out.addr, sizeof out.addr) == sizeof out.addr) std::abort();
   if (strnlen(out.mask, sizeof out.mask) == sizeof out.mask) std::abort();
-  if (ret == 0 && text.find('/') != std::string::npos) {
-    int max = ipv6flag ? 128 : 32;
-    if (masklen > max) std::abort();
-  }
-}
-
-void CheckMac(const std::string& text) {
-  unsigned char mac[6];
-  std::memset(mac, 0xee, sizeof mac);
-  int ret = vip_crt_macaddr(text.c_str(), mac);
-  if (ret == 18) {
-    for (unsigned char b : mac) {
-      if (b != 0) std::abort();
-    }
-  } else if (ret != 0) {
+  if (ret == 0 && text.find('/') != std::string::npos && masklen > (ipv6flag ? 128 : 32)) {
     std::abort();
   }
 }
 
-void CheckChop(const std::string& text) {
-  std::string copy = text;
-  vip_chop(copy.data());
-  size_t len = std::strlen(copy.c_str());
-  if (len > text.size()) std::abort();
+// A refused MAC text leaves all six bytes zero.
+void CheckMac(const std::string& text) {
+  unsigned char mac[6];
+  std::memset(mac, 0xee, sizeof mac);
+  int ret = vip_crt_macaddr(text.c_str(), mac);
+  if (ret != 0 && (ret != 18 || std::ranges::any_of(mac, [](unsigned char b) { return b != 0; }))) {
+    std::abort();
+  }
 }
 
 }  // namespace
@@ -65,6 +52,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text = vyrfuzz::CText(data, size);
   CheckSplit(text);
   CheckMac(text);
-  CheckChop(text);
+  vip_chop(text.data());  // AddressSanitizer catches a read or write outside the text
   return 0;
 }

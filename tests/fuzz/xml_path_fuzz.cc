@@ -42,7 +42,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<std::string_view> paths;
   std::string_view rest = all;
   while (!rest.empty() && paths.size() < 16) {
-    std::string_view line = vyrfuzz::FirstLine(rest, &rest);
+    const size_t nl = rest.find('\n');
+    const std::string_view line = rest.substr(0, nl);
+    rest = nl == std::string_view::npos ? std::string_view() : rest.substr(nl + 1);
     if (line == "--") break;
     paths.push_back(line);
   }
