@@ -1,6 +1,5 @@
 // Adding and removing the virtual address in a private network namespace: by
-// ioctl, by rtnetlink and with the interface tool (a stand-in that records its
-// arguments). Successful ioctl changes are shown end to end by the agent tests.
+// ioctl, by rtnetlink and with a stand-in interface tool that logs its arguments.
 #include "vip/address/ipaddr_change.h"
 
 #include <gtest/gtest.h>
@@ -82,9 +81,8 @@ vdevinfo Netlink6(ipaddropt opt = {}) {
   return v;
 }
 
-// Each option reaches the kernel (read back with `ip -d -o addr` and `ip route`), whatever the
-// interface tool setting, and each address goes again on removal, which names the interface
-// without the label, as the listing gives it.
+// Each option reaches the kernel, whatever the interface tool setting, and the
+// removal by the listed name (no label) takes the address away again.
 TEST_F(IpaddrIoctlTest, NetlinkOptionsReachTheKernel) {
   vyrtest::ScopedGlobal<int> tool_way{IsIfconfig, 1};
   constexpr unsigned kBoth = IFA_F_NODAD | IFA_F_NOPREFIXROUTE;
@@ -130,8 +128,7 @@ TEST_F(IpaddrIoctlTest, NetlinkOptionsReachTheKernel) {
   }
 }
 
-// What the kernel refuses, and an interface that is not there, give 39 or 40 with the errno in
-// the trace.
+// A missing interface or the kernel's refusal gives 39 or 40, the errno traced.
 TEST_F(IpaddrIoctlTest, NetlinkFailuresAreReported) {
   vyrtest::TraceCapture trace;
   vdevinfo missing = Netlink4("nosuch0:1", "192.0.2.255");
@@ -145,8 +142,7 @@ TEST_F(IpaddrIoctlTest, NetlinkFailuresAreReported) {
   EXPECT_EQ(vyrtest::StatusText(), "Delete ip(192.0.2.10) failed.");
   EXPECT_TRUE(trace.Contains("nic_deact_ipaddr_netlink(192.0.2.10 -> nosuch0) failed.(errno=19)"));
 
-  // The kernel's own answers: the address is already there (EEXIST) and, once gone, not there
-  // (EADDRNOTAVAIL).
+  // The address already there (EEXIST) and, once gone, not there (EADDRNOTAVAIL).
   vdevinfo v6 = Netlink6({.flags = IFA_F_NODAD});
   ipv6flag = 1;
   ASSERT_EQ(vip_act_ipaddr(&v6, "ifconfig", 5), 0);
@@ -162,14 +158,13 @@ constexpr const char* kTool = VYR_TESTDATA_DIR "/tools/ifconfig-older";
 
 // The lines' formats: the tool path in double quotes, every other field bare.
 constexpr const char* kAdd4 = "\"%s\" %s %s netmask %s broadcast %s up > /dev/null 2>&1";
-constexpr const char* kAdd6 = "\"%s\" %s add %s/%d > /dev/null 2>&1";
+constexpr const char* kAdd6 = "\"%s\" %s add %s/%s > /dev/null 2>&1";
 constexpr const char* kDown4 = "\"%s\" %s down > /dev/null 2>&1";
-constexpr const char* kDel6 = "\"%s\" %s del %s/%d > /dev/null 2>&1";
+constexpr const char* kDel6 = "\"%s\" %s del %s/%s > /dev/null 2>&1";
 
-// Each line is its format byte for byte when its fields are plain; a field the shell would act
-// on is quoted. Either way the tool gets exactly its arguments (nothing else runs) and makes the
-// change; a name of 16 or more characters reaches it too. A failing tool is 3; a hung one is 23
-// at the limit, killed and reaped with its child.
+// Each line is its format byte for byte, a field the shell would act on quoted;
+// the tool gets exactly its arguments (nothing else runs), a 16-character name
+// too. A failing tool is 3; a hung one 23 at the limit, reaped with its child.
 TEST_F(IpaddrCommandTest, LinesFollowTheirFormatsAndTheToolGetsItsArguments) {
   vyrtest::TempDir dir;
   // Whatever a shell ran from these texts would write to the log too.
@@ -178,8 +173,7 @@ TEST_F(IpaddrCommandTest, LinesFollowTheirFormatsAndTheToolGetsItsArguments) {
     ASSERT_EQ(::mkdir(bin.c_str(), 0755), 0);
     vyrtest::WriteFile(bin + "/ifconfig", vyrtest::ReadFile(kTool), 0755);
   }
-  // The IPv4 adds run the plain path, the IPv6 ones the odd path (shown between the double
-  // quotes as below), the removals "ifconfig" from PATH.
+  // IPv4 adds run the plain path, IPv6 ones the odd path, removals PATH's "ifconfig".
   const std::string plain = dir / "bin/ifconfig", odd_tool = odd + "/ifconfig";
   const std::string odd_shown =
       dir / "a b;'c\\\"\\$(echo pwned1 >>\\$FAKE_LOG)\\`echo pwned2 >>\\$FAKE_LOG\\`/ifconfig";
@@ -215,11 +209,8 @@ TEST_F(IpaddrCommandTest, LinesFollowTheirFormatsAndTheToolGetsItsArguments) {
     const char* name = (c.name_shown.empty() ? c.name : c.name_shown).c_str();
     const char* addr = (c.addr_shown.empty() ? c.addr : c.addr_shown).c_str();
     char line[1024];
-    if (v6) {
-      std::snprintf(line, sizeof line, c.format, shown, name, addr, 64);
-    } else {
-      std::snprintf(line, sizeof line, c.format, shown, name, addr, "255.255.255.0", "192.0.2.255");
-    }
+    std::snprintf(line, sizeof line, c.format, shown, name, addr, v6 ? "64" : "255.255.255.0",
+                  "192.0.2.255");
     const std::string logged =
         c.name + (v6       ? (remove ? "|del|" : "|add|") + c.addr + "/64|\n"
                   : remove ? "|down|\n"

@@ -1,5 +1,4 @@
-// The cluster log library (layout, concurrent writers, rotation) and the
-// agent's trace log on it.
+// The cluster log library and the agent's trace log on it.
 #include "vyrlog.h"
 
 #include <gtest/gtest.h>
@@ -96,9 +95,8 @@ TEST(LogConcurrency, ThreadsAndProcessesNeverMixOrLoseLinesAcrossRotation) {
 
 using Texts = std::vector<std::string>;
 
-// A wrong prefix width or cut, a '%' from a value read as a format, a lost
-// indent, a long text not cut, a wrong result or error name, an event held
-// back by the level setting, or a line written once the log is closed.
+// A wrong prefix width or cut, a value's '%' read as a format, a lost indent, a
+// long text not cut, a wrong result or error name, or a held-back event.
 TEST(TraceLines, PrefixIndentPercentResultsEventsAndSilence) {
   vyrtest::TraceCapture log;
   for (const char* name : {"vip12", "abcdefgh", "resource-12a", ""}) {

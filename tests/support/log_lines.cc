@@ -1,7 +1,6 @@
 #include "support/log_lines.h"
 
-// GCC 12 under the sanitizers warns inside <regex> about a std::function it
-// cannot see initialised; the warning is a known false positive.
+// A known false positive of GCC 12 with the sanitizers inside <regex>.
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <regex>
 #include <sstream>

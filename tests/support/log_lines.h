@@ -18,8 +18,7 @@ struct LogLine {
   std::string text;  // the whole raw line for a line of another layout
 };
 
-// Every line of the file, in order; one of another layout is kept with only
-// its raw `text`, so that a test sees it and fails on it.
+// Every line of the file; one of another layout only as its raw `text`.
 std::vector<LogLine> ReadLogLines(const std::string& path);
 
 }  // namespace vyrtest

@@ -1,5 +1,4 @@
-// Opens the agent's trace log on a private file for the life of the object
-// and reads back what was written, so that tests can assert trace lines.
+// The agent's trace log on a private file for the life of the object, read back.
 #pragma once
 
 #include <string>
