@@ -40,12 +40,6 @@ struct Child {
   }
 };
 
-// True once `path` exists, checked every 5 ms for up to `ms`.
-bool Appears(const std::string& path, int ms) {
-  for (int waited = 0; waited < ms && ::access(path.c_str(), F_OK) != 0; waited += 5) usleep(5000);
-  return ::access(path.c_str(), F_OK) == 0;
-}
-
 std::string Descript(const std::string& rsc) {
   char out[SHMRM_DESCRIPT_SIZE] = "";
   int ret = shmrm_getdescript("g", "vip", rsc.c_str(), out, sizeof out);
@@ -95,7 +89,11 @@ TEST(Ipc, ThirtyTwoConcurrentWritersLeaveEveryRowWholeAndCorrect) {
   for (int id = 0; id < 32; ++id) {
     writers.emplace_back([id, &go, &stop] {
       const std::string own = "vip" + std::to_string(id);
-      if (shmrm_attach() != 0 || !Appears(go, 10000)) return 1;
+      if (shmrm_attach() != 0) return 1;
+      for (int waited = 0; ::access(go.c_str(), F_OK) != 0; waited += 5) {
+        if (waited >= 10000) return 1;
+        usleep(5000);
+      }
       // The bound only ends a writer whose reader is gone.
       for (int round = 0; round < 300 || (round < 1000000 && ::access(stop.c_str(), F_OK) != 0);
            ++round) {

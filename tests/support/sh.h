@@ -6,8 +6,7 @@
 
 namespace vyrtest {
 
-// Runs `cmd` through /bin/sh; returns its exit code (-1 when it did not exit
-// normally). Standard output, and standard error, go to *out when given.
+// Runs `cmd` through /bin/sh: its exit code (-1 when killed), stdout and stderr in *out.
 int Sh(const std::string& cmd, std::string* out = nullptr);
 
 std::string ReadFile(const std::string& path);
