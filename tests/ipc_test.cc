@@ -63,7 +63,6 @@ struct IpcRunDir {
     int removed = 0;
     vyripc_remove(&removed);
   }
-  std::string operator/(const std::string& name) const { return dir / name; }
 };
 
 // Writer `id` stores 60 + id copies of its own letter, so a mix of two
@@ -83,8 +82,8 @@ TEST(Ipc, ThirtyTwoConcurrentWritersLeaveEveryRowWholeAndCorrect) {
   IpcRunDir run;
   int already = -1;
   ASSERT_EQ(vyripc_create(&already), 0);
-  const std::string go = run / "go";  // the writers start together once the reader is ready
-  const std::string stop = run / "stop";
+  const std::string go = run.dir / "go";  // the writers start together once the reader is ready
+  const std::string stop = run.dir / "stop";
   std::vector<Child> writers;
   for (int id = 0; id < 32; ++id) {
     writers.emplace_back([id, &go, &stop] {
@@ -166,7 +165,7 @@ TEST(Vyrctl, LifecycleMisuseAndNpsimu) {
   };
   for (auto [args, code, want, flag] : cases) {
     std::string out;
-    if (auto at = want.find('@'); at != std::string::npos) want.replace(at, 1, run / "run");
+    if (auto at = want.find('@'); at != std::string::npos) want.replace(at, 1, run.dir / "run");
     EXPECT_EQ(Ctl(args, &out), code) << args;
     EXPECT_EQ(want.ends_with(usage) ? out.substr(0, want.size()) : out, want) << args;
     int stored = -1;
