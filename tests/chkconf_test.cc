@@ -1,5 +1,4 @@
-// The check mode: check functions, policy ranges, whole check runs, and the
-// check log's fall-back to the trace log (whole blocks: the check-mode runs).
+// The check mode: check functions, policy ranges, runs, the check log's fall-back.
 #include "vip/check/chkconf.h"
 
 #include <gtest/gtest.h>
@@ -78,8 +77,7 @@ TEST(CheckFunctions, ValuesAndTheirFindings) {
   }
 }
 
-// A wrong verdict, a lost or extra finding, or a configuration under check
-// left loaded, over whole check runs of one resource.
+// A wrong verdict, a lost or extra finding, or the checked configuration left loaded.
 TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
   vyrtest::TempDir dir;
   vyrtest::ScopedEnv config("VYR_CONFIG", dir / "cluster.xml");
@@ -96,8 +94,7 @@ TEST(ConfCheck, WholeRunsGiveTheirVerdictAndFindings) {
       // The comment is judged first; the bad properties are never examined.
       {"nocomment", {1, {"E [097] Path of Comment does not exist."}}},
       {"longcomment", {1, {"E [098] Length of Comment is out of range."}}},
-      // The defence and address change settings: sound at both ends of their ranges, and
-      // each fault named in table order.
+      // Defence and address change settings: sound at their range ends, faults in order.
       {"defence", {0, {}}},
       {"baddefence",
        {1,

@@ -39,8 +39,7 @@ class ConfigLoading : public ::testing::Test {
     vip_clear_shmbuf();
   }
 
-  // Loads `config` (@HOST@ and "node1" made this server) for `rsc` into `v`
-  // for activation (mode 0) or deactivation (1); returns the status.
+  // Loads `config` (@HOST@ and "node1" made this server) for `rsc`; its status.
   int Load(const std::string& config, const std::string& policies, VIP_INFO* v, int mode = 0,
            const char* rsc = "vip1", bool trace = true) {
     TearDown();
@@ -138,8 +137,7 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
   }
 }
 
-// agent-full.xml sets level 2 and 600 bytes: no information lines, and ten
-// lines rotate the log.
+// agent-full.xml's level 2 keeps no information lines; ten rotate its 600 bytes.
 TEST_F(ConfigLoading, TraceLogTakesLevelAndSizeFromTheConfiguration) {
   VIP_INFO v{};
   Load("agent-full.xml", kBare, &v, 0, "vip1", /*trace=*/false);
@@ -157,8 +155,7 @@ TEST_F(ConfigLoading, TraceLogTakesLevelAndSizeFromTheConfiguration) {
 const std::string kVip1 = "/root/resource/vip@vip1/parameters/";
 constexpr int kText = VYR_XMLTYPE_TEXT, kInt = VYR_XMLTYPE_INT;
 
-// Reads `path` (for `server` when given) into a buffer of exactly `size`
-// bytes: the text, the integer in decimal, or "error N".
+// `path` (of `server`) read into exactly `size` bytes: text, integer or "error N".
 std::string Lookup(const std::string& path, int type = kText, int size = 1024,
                    const std::string& server = "") {
   int number = 0;
@@ -172,9 +169,8 @@ std::string Lookup(const std::string& path, int type = kText, int size = 1024,
   return std::string(text.data(), strnlen(text.data(), text.size()));
 }
 
-// A bad file that loads, a reason without file and line, something left to
-// read; then a wrong element, a changed text, a value that overruns its buffer,
-// or a server's value that does not come first with the resource's as fall-back.
+// A bad file that loads or leaves something to read, a reason without file and
+// line; a wrong element or text, an overrun buffer, or a wrong server fall-back.
 TEST(XmlLib, BadFilesThenLookupsByPathValueRulesAndServer) {
   std::optional<vyrtest::ScopedEnv> config;
   const std::tuple<const char*, int, const char*> bad[] = {

@@ -1,5 +1,4 @@
-// The virtual address's record: the address text split, then the device
-// chosen from an address list (newline cut and MAC text: the listing tests).
+// The virtual address's record: the address text split, then the device chosen.
 #include "vip/address/device_choice.h"
 
 #include <gtest/gtest.h>
@@ -104,8 +103,7 @@ TEST(VdevTest, ChoiceAndWhatItFillsIn) {
       {false, L({"eth0"}), "", "", 17, "|"},
       {false, L({"eth0"}, 9999), "eth0", "", 0, "eth0:9999|"},
       {false, L({"eth0"}, 10000), "eth0", "", 17, "|", "Vip interface was not found."},
-      // No alias label, or the label given, instead of a free alias; then no alias is needed
-      // and the 15 characters bound the label.
+      // No label, or the label given, instead of a free alias; 15 characters bound it.
       {false, L({"abcdefghijklmn"}, 10), "abcdefghijklmn", "", 0,
        "abcdefghijklmn|255.255.255.0|192.0.2.255|", "", kNoLabel},
       {false, L({"eth0", "ETH0:3"}), "eth0:3", "", 0, "eth0|", "", kNoLabel},

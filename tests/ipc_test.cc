@@ -32,7 +32,6 @@ struct Child {
     if (pid > 0) ::kill(pid, SIGKILL);
     Wait();
   }
-  // Its exit code, or -1 when it did not exit normally.
   int Wait() {
     int status = 0;
     if (pid <= 0 || ::waitpid(std::exchange(pid, -1), &status, 0) <= 0) return -1;
@@ -65,8 +64,7 @@ struct IpcRunDir {
   }
 };
 
-// Writer `id` stores 60 + id copies of its own letter, so a mix of two
-// writes shows as a wrong length or a foreign letter.
+// Writer `id` stores 60 + id copies of its letter: a mix shows in length or letter.
 std::string WriterText(int id) {
   return std::string(static_cast<std::size_t>(60 + id), static_cast<char>('A' + id));
 }
@@ -119,8 +117,7 @@ TEST(Ipc, ThirtyTwoConcurrentWritersLeaveEveryRowWholeAndCorrect) {
   }
 }
 
-// Before the tables exist every attach fails with a warning and the run goes
-// on, bound to nothing and storing nothing.
+// Before the tables exist every attach warns; the run goes on, storing nothing.
 TEST(Bindings, AttachesFailCleanlyBeforeStart) {
   IpcRunDir run;
   vyrtest::TraceCapture trace;
@@ -142,9 +139,8 @@ int Ctl(const std::string& args, std::string* out) {
   return vyrtest::Sh("{ " VYR_BINARY_DIR "/platform/vyrctl/vyrctl " + args + "; }", out);
 }
 
-// A wrong message or exit code at a step of a run folder's life ('@' is
-// the folder), an npsimu setting that misses the node table, or misuse that
-// starts something (the status after it) or does not show the usage.
+// A wrong message or code in a run folder's life ('@'), an npsimu setting that
+// misses the node table, or misuse that starts something or shows no usage.
 TEST(Vyrctl, LifecycleMisuseAndNpsimu) {
   IpcRunDir run;
   const std::string usage = "usage: vyrctl start\n";  // the rest of the usage is not compared

@@ -21,8 +21,7 @@
 
 namespace {
 
-// A wrong field in the layout, a time that is not local time now, or a line
-// break in the text forging a second line.
+// A wrong layout field, a time that is not local now, or a newline forging a line.
 TEST(LogLayout, LineCarriesTimePidTidLevelPlaceAndText) {
   vyrtest::TempDir dir;
   void* handle = nullptr;
@@ -51,8 +50,7 @@ std::string WriterText(unsigned p, unsigned t, unsigned n) {
          std::string(20u + (n * 37u + t * 11u) % 300u, static_cast<char>('a' + t));
 }
 
-// 8 threads in each of 2 processes write 400 lines into one log that
-// rotates once on the way: a torn, mixed, lost or doubled line shows.
+// 2 processes of 8 threads, 400 lines each, one rotation: no torn or lost line.
 TEST(LogConcurrency, ThreadsAndProcessesNeverMixOrLoseLinesAcrossRotation) {
   constexpr int kSize = 1024 * 1024;
   vyrtest::TempDir dir;
@@ -126,8 +124,7 @@ TEST(TraceLines, PrefixIndentPercentResultsEventsAndSilence) {
                    "ERROR   sem_attach failed. (0x1f)", "DETAIL vip1    :   sem_attach success.",
                    "ERROR vip1    :   open(/x) failed. (ret=-1,errno=13)"}),
             log.Texts(""));
-  // Events pass the level setting without prefix; nothing is written once
-  // the log is closed.
+  // Events pass the level setting without prefix; a closed log takes nothing.
   vyrtest::TraceCapture errors(TRACE_ERROR);
   tracetell("vip1");
   const char* no_format = nullptr;
