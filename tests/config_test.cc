@@ -226,14 +226,12 @@ TEST(XmlLib, BadFilesThenLookupsByPathValueRulesAndServer) {
 TEST(HostName, IsCutAtTheFirstDot) {
   if (::unshare(CLONE_NEWUTS) != 0) GTEST_SKIP() << "no private UTS namespace";
   const std::string full(64, 'h');
-  const struct {
-    std::string name, want;
-  } cases[] = {{"node1.cluster.example.org", "node1"}, {full, full}};
-  for (const auto& c : cases) {
-    ASSERT_EQ(0, ::sethostname(c.name.c_str(), c.name.size()));
+  using Case = std::pair<std::string, std::string>;  // name, the name wanted
+  for (const auto& [name, want] : {Case{"node1.cluster.example.org", "node1"}, Case{full, full}}) {
+    ASSERT_EQ(0, ::sethostname(name.c_str(), name.size()));
     std::string buf(HOSTNAME_LEN, 'z');
     EXPECT_EQ(0, get_hostname(buf.data()));
-    EXPECT_EQ(c.want, buf.c_str());
+    EXPECT_EQ(want, buf.c_str());
   }
 }
 

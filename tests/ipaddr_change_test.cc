@@ -24,8 +24,7 @@
 
 namespace {
 
-using IpaddrIoctlTest = vyrtest::AgentNetnsTest;
-using IpaddrCommandTest = vyrtest::AgentNetnsTest;
+using IpaddrTest = vyrtest::AgentNetnsTest;
 using std::chrono::milliseconds;
 
 // Makes the next call of one request fail with EIO.
@@ -38,7 +37,7 @@ int FailingIoctl(int fd, unsigned long request, void* arg) {
 }
 
 // A step failing after the address was set leaves none; a failed add is 39, remove 40.
-TEST_F(IpaddrIoctlTest, FailedChangesAreUndoneAndReported) {
+TEST_F(IpaddrTest, FailedChangesAreUndoneAndReported) {
   vyrtest::ScopedGlobal<int> ioctl_way{IsIfconfig, 0};
   vyrtest::ScopedGlobal<NicIoctlFn> seam{nic_ioctl_fn, FailingIoctl};
   const vdevinfo v4 = vyrtest::Vdev4("va0", "va0:1", "192.0.2.10");
@@ -82,7 +81,7 @@ vdevinfo Netlink6(ipaddropt opt = {}) {
 
 // Each option reaches the kernel, whatever the interface tool setting, and the
 // removal by the listed name (no label) takes the address away again.
-TEST_F(IpaddrIoctlTest, NetlinkOptionsReachTheKernel) {
+TEST_F(IpaddrTest, NetlinkOptionsReachTheKernel) {
   vyrtest::ScopedGlobal<int> tool_way{IsIfconfig, 1};
   struct Case {
     vdevinfo v;
@@ -126,7 +125,7 @@ TEST_F(IpaddrIoctlTest, NetlinkOptionsReachTheKernel) {
 }
 
 // A missing interface or the kernel's refusal gives 39 or 40, the errno traced.
-TEST_F(IpaddrIoctlTest, NetlinkFailuresAreReported) {
+TEST_F(IpaddrTest, NetlinkFailuresAreReported) {
   vyrtest::TraceCapture trace;
   vdevinfo missing = Netlink4("nosuch0:1", "192.0.2.255");
   std::snprintf(missing.ifname, sizeof missing.ifname, "nosuch0");
@@ -161,7 +160,7 @@ constexpr const char* kDel6 = "\"%s\" %s del %s/%s > /dev/null 2>&1";
 // Each line is its format byte for byte, a field the shell would act on quoted;
 // the tool gets exactly its arguments (nothing else runs), a 16-character name
 // too. A failing tool is 3; a hung one 23 at the limit, reaped with its child.
-TEST_F(IpaddrCommandTest, LinesFollowTheirFormatsAndTheToolGetsItsArguments) {
+TEST_F(IpaddrTest, LinesFollowTheirFormatsAndTheToolGetsItsArguments) {
   vyrtest::TempDir dir;
   // Whatever a shell ran from these texts would write to the log too.
   const std::string odd = dir / "a b;'c\"$(echo pwned1 >>$FAKE_LOG)`echo pwned2 >>$FAKE_LOG`";

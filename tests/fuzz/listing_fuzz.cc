@@ -1,6 +1,5 @@
-// The older-layout listing parser over arbitrary text. The first byte picks
-// the family the parser reads (even IPv4, odd IPv6); the list it hands over
-// must hold exactly `count` terminated entries.
+// The older-layout listing parser over arbitrary text, the first byte picking the
+// family (even IPv4, odd IPv6): `count` entries, every text field terminated.
 #include <cstdlib>
 #include <cstring>
 #include <string_view>

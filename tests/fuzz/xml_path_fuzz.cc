@@ -1,7 +1,5 @@
-// Configuration path lookups over arbitrary XML. The input is one or more
-// lines of paths (up to a line "--"), then the document. Every lookup the
-// library offers runs on every path: text and integer values, the server
-// path and the child enumeration.
+// Every configuration lookup on arbitrary XML: lines of paths up to a line "--",
+// then the document; text, integer, server path and children for each path.
 #include <cstdlib>
 #include <cstring>
 #include <string>

@@ -13,8 +13,7 @@ namespace vyrtest {
 // name or path without quotes); a killed process may take a moment to go.
 bool NoProcessWithin(const std::string& text, std::chrono::milliseconds limit);
 
-// Each entry as a line "ifname addr mask /masklen smac", to compare lists
-// at once.
+// Each entry as a line "ifname addr mask /masklen smac".
 std::string EntryTexts(const ipaddrinfo* list, int num);
 
 // Sets a global for the life of the object and restores it afterwards.

@@ -16,13 +16,12 @@ std::vector<LogLine> ReadLogLines(const std::string& path) {
   std::vector<LogLine> lines;
   std::istringstream in(ReadFile(path));
   for (std::string raw; std::getline(in, raw);) {
-    std::smatch m;
-    if (!std::regex_match(raw, m, kLayout)) {
+    if (std::smatch m; std::regex_match(raw, m, kLayout)) {
+      lines.push_back(
+          {m[1], std::stol(m[2]), std::stol(m[3]), m[4], m[5], std::stoi(m[6]), m[7], m[8]});
+    } else {
       lines.emplace_back().text = raw;
-      continue;
     }
-    lines.push_back(
-        {m[1], std::stol(m[2]), std::stol(m[3]), m[4], m[5], std::stoi(m[6]), m[7], m[8]});
   }
   return lines;
 }

@@ -12,8 +12,7 @@
 namespace vyrtest {
 
 int Sh(const std::string& cmd, std::string* out) {
-  std::string full = cmd + " 2>&1";
-  FILE* pipe = ::popen(full.c_str(), "r");
+  FILE* pipe = ::popen((cmd + " 2>&1").c_str(), "r");
   if (pipe == nullptr) return -1;
   char buf[4096];
   std::string text;
@@ -21,8 +20,7 @@ int Sh(const std::string& cmd, std::string* out) {
   while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) text.append(buf, n);
   int status = ::pclose(pipe);
   if (out) *out = text;
-  if (status < 0 || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
+  return status < 0 || !WIFEXITED(status) ? -1 : WEXITSTATUS(status);
 }
 
 std::string ReadFile(const std::string& path) {
