@@ -115,7 +115,6 @@ TEST(IfconfigProbe, LayoutOfTheListingDecidesOncePerRun) {
     const char* ran;
   } cases[] = {
       {"", which, 0, 0, 0, "which\n"},
-      {Cat("older_mixed.txt"), which, 0, 0, 1, "which\n-a\n"},
       {Cat("older_late_address.txt"), which, 0, 0, 1, "which\n-a\n"},  // in a later block
       {Cat("older_mixed.txt") + "exit 3", which, 0, 0, 1, "which\n-a\n"},
       {Cat("newer_layout.txt"), which, 0, 0, 0, "which\n-a\n"},

@@ -191,7 +191,6 @@ TEST_F(IpaddrTest, LinesFollowTheirFormatsAndTheToolGetsItsArguments) {
        "'192.0.2.11;echo pwned4 >>$FAKE_LOG'"},
       {"apply", kAdd6, "va0'", "2001:db8::11", 3, "'va0'\\'''"},
       {"apply", kAdd4, "va0:0123456789ab", "192.0.2.12", 3},  // 16 characters
-      {"fail", kAdd4, "va0:2", "192.0.2.13", 3},
       {"hang", kAdd4, "va0:3", "192.0.2.14", 23},
       {"apply", kDown4, "va0:0", "192.0.2.10", 0},
       {"apply", kDel6, "va0", "2001:db8::10", 0},

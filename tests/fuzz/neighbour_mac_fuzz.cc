@@ -8,9 +8,7 @@
 #include "src/vip/address/addrtext.h"
 #include "src/vip/defence/probe.h"
 
-using vyr::FindMacToken;
 constexpr int kLineLen = vyr::kLookupLineLen;
-constexpr int kMacLen = vyr::kMacTextLen;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);
@@ -24,9 +22,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::memcpy(line, text.data() + pos, end - pos);
     pos = end;
     vip_chop(line);
-    char mac[kMacLen];
+    char mac[vyr::kMacTextLen];
     std::memset(mac, 'X', sizeof mac);
-    if (FindMacToken(line, mac)) {
+    if (vyr::FindMacToken(line, mac)) {
       size_t len = strnlen(mac, sizeof mac);
       // A whole, terminated token made of the line's own characters.
       if (len == 0 || len == sizeof mac) std::abort();
