@@ -76,10 +76,9 @@ TEST_F(ConfigLoading, SettingsSummariesDefaultsAndFailures) {
   // Activation alone reads the settings that defend the address.
   const std::string defence =
       "defence    = na:0,dad:0,arpprobe:0,dadprobe:0|announce   = itv:0,bg:0|";
-  const std::string ipaddr =
-      "ipaddr     = netlink:0,nodad:0,noprefixroute:0,preferred_lft:-1,nolabel:0,label:,"
-      "broadcast:|";
-  const std::string ifconfig = "lock       = short:0|" + ipaddr + "ifconfig   = cmd:ifconfig,to:60|";
+  const std::string ifconfig =
+      "lock       = short:0|ipaddr     = netlink:0,nodad:0,noprefixroute:0,preferred_lft:-1,"
+      "nolabel:0,label:,broadcast:|ifconfig   = cmd:ifconfig,to:60|";
   const std::string chk =
       "chk ifconf = exec:1,rty:3,itv:1,err:0|chk ping   = exec:1,rty:3,itv:1,err:0|"
       "chk arp    = to:0,bg:0|";
@@ -207,9 +206,8 @@ TEST(XmlLib, BadFilesThenLookupsByPathValueRulesAndServer) {
       {kVip1 + "ping/hex", "error 9", kInt, 4},
       {kVip1 + "ping/empty", "error 5", kInt, 4},
       {kVip1 + "ping/retry", "error 3", kInt, 3},
-      // This server's own value first, then the resource's value.
+      // This server's value first, else the resource's (node2's element lacks it).
       {kVip1 + "ip", "192.0.2.11/24", kText, 1024, "node1"},
-      // node2 has an element of its own, but not this value.
       {kVip1 + "ip", "192.0.2.10/24", kText, 1024, "node2"},
       {kVip1 + "ip", "192.0.2.10/24", kText, 1024, "unknown"},
       {"/root/resource/vip@vip2/parameters/ifname", "error 4", kText, 1024, "node1"},

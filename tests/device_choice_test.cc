@@ -112,7 +112,6 @@ TEST(VdevTest, ChoiceAndWhatItFillsIn) {
       {false, L({"abcdefghij"}), "abcdefghij", "", 0, "abcdefghij:web1|", "", {.label = "web1"}},
       {false, L({"abcdefghij"}), "abcdefghij", "", 30, "abcdefghij:web12|", "", {.label = "web12"}},
       {false, L({"eth0"}), "eth0", "", 30, "eth0:a b|", "", {.label = "a b"}},
-      // The broadcast address given, none, or one that is no address.
       {false, eth0, "eth0", "", 0, "eth0:1|255.255.0.0|192.0.2.200|", "", kBroadcast},
       {false, eth0, "eth0", "", 0, "eth0:1|255.255.0.0||02:00:00:aa:bb:cc", "", kNoBroadcast},
       {false, L({"eth1"}), "eth0", "", 0, "eth0|255.255.255.0||", "", kNoBroadcast},

@@ -83,13 +83,12 @@ vdevinfo Netlink6(ipaddropt opt = {}) {
 // removal by the listed name (no label) takes the address away again.
 TEST_F(IpaddrTest, NetlinkOptionsReachTheKernel) {
   vyrtest::ScopedGlobal<int> tool_way{IsIfconfig, 1};
-  struct Case {
+  const struct {
     vdevinfo v;
     const char* shown;   // in the address's line
     const char* absent;  // not in it
     bool route;          // the prefix route is there
-  };
-  const Case cases[] = {
+  } cases[] = {
       {Netlink4("va0", "", {.flags = IFA_F_NOPREFIXROUTE}),
        "192.0.2.10/24 scope global noprefixroute va0\\", "brd", false},
       {Netlink4("va0:web", "192.0.2.200", {.preferred_lft = 0}),
@@ -99,15 +98,14 @@ TEST_F(IpaddrTest, NetlinkOptionsReachTheKernel) {
        "preferred_lft 0sec",
        "tentative", false},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     vdevinfo v = c.v;
     const bool six = v.sipel.masklen != 0;
     const char* family = six ? "-6" : "-4";
     SCOPED_TRACE(std::string(v.sipel.addr) + " " + c.shown);
     ipv6flag = six ? 1 : 0;
     ASSERT_EQ(vip_act_ipaddr(&v, "/nonexistent/ifconfig", 5), 0) << vyrtest::StatusText();
-    std::string line;
-    std::string routes;
+    std::string line, routes;
     pair_->InAgent(
         std::string("ip -d -o ") + family + " addr show dev va0 | grep " + v.sipel.addr + "/",
         &line);

@@ -80,8 +80,8 @@ TEST(Ipc, ThirtyTwoConcurrentWritersLeaveEveryRowWholeAndCorrect) {
   IpcRunDir run;
   int already = -1;
   ASSERT_EQ(vyripc_create(&already), 0);
-  const std::string go = run.dir / "go";  // the writers start together once the reader is ready
-  const std::string stop = run.dir / "stop";
+  // The writers start together once the reader is ready, and stop when it has read enough.
+  const std::string go = run.dir / "go", stop = run.dir / "stop";
   std::vector<Child> writers;
   for (int id = 0; id < 32; ++id) {
     writers.emplace_back([id, &go, &stop] {

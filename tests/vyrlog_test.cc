@@ -119,9 +119,8 @@ TEST(TraceLines, PrefixIndentPercentResultsEventsAndSilence) {
                    "ERROR   xmllib_get_value(/root/x) failed. (0x4 VYR_XMLERR_NOTEXIST_PATH)",
                    "DETAIL   xmllib_init(vip) success.",
                    "ERROR   shmrm_attach failed. (0x9 SHMRM_ERR_SHMAT)",
-                   "ERROR   shmrm_attach failed. (0x4d ?"
-                   "?)",
-                   "ERROR   sem_attach failed. (0x1f)", "DETAIL vip1    :   sem_attach success.",
+                   "ERROR   shmrm_attach failed. (0x4d \?\?)", "ERROR   sem_attach failed. (0x1f)",
+                   "DETAIL vip1    :   sem_attach success.",
                    "ERROR vip1    :   open(/x) failed. (ret=-1,errno=13)"}),
             log.Texts(""));
   // Events pass the level setting without prefix; a closed log takes nothing.

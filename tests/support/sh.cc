@@ -16,8 +16,7 @@ int Sh(const std::string& cmd, std::string* out) {
   if (pipe == nullptr) return -1;
   char buf[4096];
   std::string text;
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) text.append(buf, n);
+  for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) text.append(buf, n);
   int status = ::pclose(pipe);
   if (out) *out = text;
   return status < 0 || !WIFEXITED(status) ? -1 : WEXITSTATUS(status);
