@@ -352,7 +352,6 @@ TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
 
   ASSERT_EQ(0, Run("--active -r bg -g g")) << env_.Log();
   const double returned = WallClock();
-  EXPECT_TRUE(Contains(env_.Log(), "announcer ")) << env_.Log();
   ASSERT_EQ(arp.WaitFor(8, std::chrono::seconds(20)), 8u);
   EXPECT_LT(arp.times.front(), returned);
   EXPECT_GT(arp.times.back(), returned);

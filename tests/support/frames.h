@@ -25,7 +25,6 @@ namespace vyrtest {
 
 using Bytes = std::vector<unsigned char>;
 
-inline constexpr std::size_t kArpOpLow = 21;  // the byte of the operation's low 8 bits
 inline constexpr int kArpRequest = 1;
 inline constexpr int kArpReply = 2;
 
