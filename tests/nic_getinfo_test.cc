@@ -15,11 +15,9 @@
 
 namespace {
 
-// va0 holds an address, one labelled as an alias and two IPv6 ones; va1 (a
-// second veth pair) is down; lo holds an alias besides its own. An alias
-// carries its interface's MAC text and bytes, lo itself is left out, the
-// down device is listed and IPv6 prefix lengths are right. The peer holds
-// only loopback addresses: the listing fails with 38.
+// An alias carries its interface's MAC text and bytes, lo itself is left
+// out, a down device is listed, IPv6 prefix lengths are right; a namespace
+// with loopback addresses only fails the listing with 38.
 using KernelEnumeration = vyrtest::AgentNetnsTest;
 
 TEST_F(KernelEnumeration, ListsEveryAddressOutsideLoWithItsInterfaceMac) {

@@ -98,11 +98,9 @@ TEST_F(PingTest, VerdictsCombineAndForcingOverrides) {
   EXPECT_EQ(vyrtest::StatusText(), "Internal error. (status=13)");
 }
 
-// The command lines as the trace and the stored description show them: the
-// command paths in double quotes with ", $, ` and \ escaped, the address as
-// configured (blanks around it only separate words), a word the shell would
-// act on quoted. What answers is looked up, an IPv6 address of an IPv4
-// resource too.
+// The command lines as the trace and the description show them: the paths
+// double-quoted, the address as configured, a word the shell would act on
+// quoted; what answers is looked up, an IPv6 address of an IPv4 resource too.
 TEST_F(PingTest, CommandLinesReachTheCommandsWordForWord) {
   const std::string arp = "a\"$`\\b";  // a bare name, found on PATH as "arp" is
   vyrtest::ScopedEnv path_env("PATH", dir_.path() + ":" + std::getenv("PATH"));
