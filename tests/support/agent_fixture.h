@@ -1,6 +1,5 @@
-// End-to-end agent tests: the build installed into a private prefix, with
-// its own configuration, log and run folders (so the cluster tables and the
-// semaphore are the test's own), in a private pair of network namespaces.
+// End-to-end agent tests: the build installed into a private prefix with its
+// own configuration, log and run folders (so tables and semaphore are its own).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -126,8 +125,7 @@ class CheckEnvTest : public NetnsTest {
   const std::string trace_ = env_.dir() + "/log/vip.log";
 };
 
-// One run of vyrvip and what the cluster sees afterwards; empty texts are not
-// checked.
+// One run of vyrvip and what the cluster sees afterwards (empty: unchecked).
 struct Step {
   const char* setup = "";  // shell run first (see AgentE2E::RunSteps)
   const char* mode = "";   // the command line without the resource

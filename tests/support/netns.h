@@ -101,8 +101,7 @@ class ScopedNetns {
 class NetnsTest : public ::testing::Test {
  protected:
   void SetUp() override { SetUpNamespaces(); }
-  // Derived SetUp()s call this and return when IsSkipped() or
-  // HasFatalFailure().
+  // Derived SetUp()s call this; they return when IsSkipped() or HasFatalFailure().
   void SetUpNamespaces() {
     std::string why;
     pair_ = NetnsPair::Create(&why);
