@@ -1,10 +1,12 @@
 // Defending the address in a private pair of namespaces: the probes before
-// an activation, DAD, advertisements, background announcers, lock/short.
+// an activation, DAD, gratuitous ARP, advertisements, background announcers,
+// lock/short.
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <future>
 #include <string>
 #include <thread>
@@ -12,6 +14,7 @@
 #include "support/agent_fixture.h"
 #include "support/frames.h"
 #include "support/netns_fixture.h"
+#include "vip/defence/arp.h"
 #include "vip/defence/arp_probe.h"
 #include "vip/defence/lan_query.h"
 
@@ -143,17 +146,26 @@ TEST_F(Defence, ProbesSeeAHostThatDropsPing) {
 
 // After a removal the agent asks the link who still has the address: the
 // peer holding it too is named in a warning, or fails the deactivation with
-// 25 under check/ping/error; nobody answering is the confirmation. IPv4 and
-// IPv6 alike.
+// 25 under check/ping/error (in line even with check/arp/background);
+// nobody answering is the confirmation; IPv4 and IPv6 alike. In the
+// background the deactivation does not wait: the checker it leaves behind
+// writes the same lines, and a host that probes for the address before it
+// announces it (the next holder) is not taken for a holder.
 TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
   const std::string peer = pair_->PeerMac();
-  const std::string check =
-      "<check><ping><execute>0</execute>%s</ping><arp><timeout>200</timeout>"
-      "%s</arp></check>";
-  auto checks = [&check](const char* ping, const char* arp = "") {
-    char text[256];
-    std::snprintf(text, sizeof text, check.c_str(), ping, arp);
-    return std::string(text);
+  auto checks = [](const std::string& ping, const std::string& arp = "<timeout>200</timeout>") {
+    return "<check><ping><execute>0</execute>" + ping + "</ping><arp>" + arp + "</arp></check>";
+  };
+  const std::string bg = checks("", "<timeout>500</timeout><background>1</background>");
+  auto outcome = [this] {  // the background checker's last line, once written
+    std::string log = env_.Log();
+    for (int i = 0; i < 500 && !Contains(log, "deact check arp OK") &&
+                    !Contains(log, "still answers") && !Contains(log, "deact check arp failed");
+         ++i) {
+      std::this_thread::sleep_for(milliseconds(20));
+      log = env_.Log();
+    }
+    return log;
   };
   const std::string warned = "deact check arp: 192.0.2.80 still answers. (MAC=" + peer + ")";
   const std::string warned6 = "deact check arp: 2001:db8::80 still answers. (MAC=" + peer + ")";
@@ -163,9 +175,10 @@ TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
        .rsc = "warned", .params = OnVa0("192.0.2.80/24", checks("")), .desc = "Success.",
        .gone = "192.0.2.80", .log = warned.c_str()},
       {.setup = "agent_has 192.0.2.80 va0:8", .mode = "--deactive", .rsc = "failed",
-       .params = OnVa0("192.0.2.80/24", checks("<error>1</error>", "<background>1</background>")),
-       .code = 25,
-       .desc = "Internal error. (status=25)", .gone = "192.0.2.80", .log = warned.c_str()},
+       .params = OnVa0("192.0.2.80/24", checks("<error>1</error>", "<timeout>200</timeout>"
+                                               "<background>1</background>")),
+       .code = 25, .desc = "Internal error. (status=25)", .gone = "192.0.2.80",
+       .log = warned.c_str()},
       {.setup = "ip -n $P addr del 192.0.2.80/24 dev vb0 && agent_has 192.0.2.80 va0:8",
        .mode = "--deactive", .rsc = "failed", .desc = "Success.", .gone = "192.0.2.80",
        .log = "deact check arp OK"},
@@ -173,49 +186,14 @@ TEST_F(Defence, ArpCheckAfterRemovalSeesWhoStillAnswers) {
                 "ip -n $P -6 addr add 2001:db8::80/64 dev vb0 nodad",
        .mode = "--deactive", .rsc = "warned6", .params = OnVa0("2001:db8::80/64", checks("")),
        .desc = "Success.", .gone = "2001:db8::80", .log = warned6.c_str()},
+      {.setup = "agent_has 192.0.2.82 va0:8 && peer_has 192.0.2.82", .mode = "--deactive",
+       .rsc = "stale", .params = OnVa0("192.0.2.82/24", bg), .desc = "Success.",
+       .gone = "192.0.2.82", .log = "deact check arp start. (background)"},
   });
+  EXPECT_TRUE(Contains(outcome(), "deact check arp: 192.0.2.82 still answers. (MAC=" + peer + ")"));
+  RunSteps({{.setup = "agent_has 192.0.2.83 va0:8", .mode = "--deactive", .rsc = "moved",
+             .params = OnVa0("192.0.2.83/24", bg), .gone = "192.0.2.83"}});
   // clang-format on
-}
-
-// With check/arp/background the deactivation does not wait for the answer:
-// the checker it leaves behind names a holder in the trace log, and a host
-// that probes for the address before it announces it (the next holder) is
-// not taken for one.
-TEST_F(Defence, ArpCheckInTheBackgroundNamesOnlyAStaleHolder) {
-  const std::string bg =
-      "<check><ping><execute>0</execute></ping><arp><timeout>500</timeout>"
-      "<background>1</background></arp></check>";
-  // The checker's last line: its outcome.
-  auto outcome = [this] {
-    std::string log;
-    for (int i = 0; i < 500; ++i) {
-      log = env_.Log();
-      if (Contains(log, "deact check arp OK") || Contains(log, "still answers") ||
-          Contains(log, "deact check arp failed")) {
-        break;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return log;
-  };
-  RunSteps({{.setup = "agent_has 192.0.2.82 va0:8 && peer_has 192.0.2.82",
-             .mode = "--deactive",
-             .rsc = "stale",
-             .params = OnVa0("192.0.2.82/24", bg),
-             .desc = "Success.",
-             .gone = "192.0.2.82",
-             .log = "deact check arp start. (background)"}});
-  std::string log = outcome();
-  EXPECT_TRUE(
-      Contains(log, "deact check arp: 192.0.2.82 still answers. (MAC=" + pair_->PeerMac() + ")"))
-      << log;
-
-  RunSteps({{.setup = "agent_has 192.0.2.83 va0:8",
-             .mode = "--deactive",
-             .rsc = "moved",
-             .params = OnVa0("192.0.2.83/24", bg),
-             .desc = "Success.",
-             .gone = "192.0.2.83"}});
   {
     vyrtest::ScopedNetns inside(pair_->peer());
     char mac[32] = {};
@@ -223,7 +201,7 @@ TEST_F(Defence, ArpCheckInTheBackgroundNamesOnlyAStaleHolder) {
     ASSERT_EQ(0, pair_->InPeer("ip addr add 192.0.2.83/24 dev vb0"));
     EXPECT_EQ(0, vip_lan_announce("vb0", "192.0.2.83", 2, 20));
   }
-  log = outcome();
+  const std::string log = outcome();
   EXPECT_TRUE(Contains(log, "deact check arp OK")) << log;
   EXPECT_FALSE(Contains(log, "still answers")) << log;
 }
@@ -257,7 +235,8 @@ TEST_F(Defence, LanprobeNamesASecondHolder) {
   for (const auto& c : cases) {
     std::string out;
     EXPECT_EQ(c.code, env_.Vyrvip(pair_->agent(), std::string("--lanprobe ") + c.args, &out))
-        << c.args << "\n" << env_.Log();
+        << c.args << "\n"
+        << env_.Log();
     EXPECT_EQ(c.out, out) << c.args;
   }
   EXPECT_TRUE(Contains(env_.Log(), "192.0.2.95 is already exist.(macaddr : " + pair_->PeerMac()));
@@ -330,7 +309,9 @@ class Announcer : public AgentE2E {
     for (int i = 0; i < 250 && Running() != want; ++i) usleep(20000);
     return Running() == want;
   }
-  std::string PidFile(const char* addr) const { return env_.dir() + "/run/announce-" + addr + ".pid"; }
+  std::string PidFile(const char* addr) const {
+    return env_.dir() + "/run/announce-" + addr + ".pid";
+  }
   static bool Exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
 };
 
@@ -346,8 +327,8 @@ TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
   env_.WriteConfig(
       vyrtest::Resource("bg", OnVa0("192.0.2.80/24", quiet + Arp(8, 200, 1))) +
           vyrtest::Resource("long", OnVa0("192.0.2.81/24", quiet + Arp(100, 200, 1))) +
-          vyrtest::Resource("v6", OnVa0("2001:db8::60/64", quiet + Arp(1, 200, 1) +
-                                                            "<na><retry>100</retry></na>")),
+          vyrtest::Resource("v6", OnVa0("2001:db8::60/64",
+                                        quiet + Arp(1, 200, 1) + "<na><retry>100</retry></na>")),
       vyrtest::kCommon);
 
   ASSERT_EQ(0, Run("--active -r bg -g g")) << env_.Log();
@@ -365,7 +346,8 @@ TEST_F(Announcer, SendsTheRestInTheBackgroundAndEndsWithTheAddress) {
   EXPECT_EQ(1, Running());
   // It holds nothing of the run's: /dev/null and its packet socket.
   std::string fds;
-  Sh("cd /proc/$(cut -d' ' -f1 '" + PidFile("192.0.2.81") + "')/fd && for f in *; do readlink $f; done",
+  Sh("cd /proc/$(cut -d' ' -f1 '" + PidFile("192.0.2.81") +
+         "')/fd && for f in *; do readlink $f; done",
      &fds);
   EXPECT_EQ(fds.substr(0, 30), "/dev/null\n/dev/null\n/dev/null\n") << fds;
   EXPECT_EQ(std::count(fds.begin(), fds.end(), '\n'), 4) << fds;
@@ -413,6 +395,32 @@ TEST_F(Announcer, ShortLockLetsAnotherStartPass) {
     EXPECT_EQ(quick_returned < frames.times.back(), lockshort == 1);
     EXPECT_TRUE(HasAddr("-4", "192.0.2.91/24"));
     pair_->InAgent("ip addr del 192.0.2.90/24 dev va0; ip addr del 192.0.2.91/24 dev va0");
+  }
+}
+
+// The exact frames leave through ifname, also with the address on an alias, one second apart
+// or at the pace asked for; only the opcode's low 16 bits count.
+TEST_F(LinkProbe, GratuitousArpFramesLeaveThroughTheInterfaceOneSecondApart) {
+  vyrtest::PeerCatch watch(*pair_, false, "192.0.2.10");
+  ASSERT_TRUE(watch.ok());
+  ASSERT_EQ(pair_->InAgent("ip addr add 192.0.2.10/24 dev va0 label va0:0"), 0);
+  vdevinfo v = vyrtest::Vdev4("va0", "va0:0", "192.0.2.10");
+  const unsigned char mac[6] = {0x02, 0x00, 0x5e, 0x10, 0x20, 0x30};
+  std::memcpy(v.macaddr, mac, 6);
+  EXPECT_EQ(vip_send_arp(&v, 2, 1), 0);
+  EXPECT_EQ(vip_send_arp(&v, 1, 0x10002), 0);
+  EXPECT_EQ(vip_send_arp(&v, 2, 2, {.interval_ms = 300}), 0);
+  std::snprintf(v.ifname, sizeof v.ifname, "nosuch0");
+  EXPECT_EQ(vip_send_arp(&v, 1, 1), 20);
+  EXPECT_EQ(vyrtest::StatusText(), "Internal error. (status=20)");
+
+  EXPECT_EQ(watch.WaitFor(6, std::chrono::milliseconds(200)), 5u);
+  for (std::size_t i = 0; i < watch.frames.size(); ++i) {
+    const int op = i < 2 ? vyrtest::kArpRequest : vyrtest::kArpReply;
+    EXPECT_EQ(watch.frames[i], vyrtest::GratuitousArp("02:00:5e:10:20:30", "192.0.2.10", op)) << i;
+    const double gap = i == 4 ? 0.3 : 1.0;  // the paced pair, after the others' seconds
+    const double apart = i == 0 ? gap : watch.times[i] - watch.times[i - 1];
+    EXPECT_TRUE(apart > gap * 0.9 && apart < gap * 3) << apart;
   }
 }
 

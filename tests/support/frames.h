@@ -7,6 +7,7 @@
 #include <linux/if_packet.h>
 #include <linux/sockios.h>
 #include <net/if.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -15,7 +16,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/netns.h"
@@ -61,8 +61,7 @@ inline Bytes GratuitousArp(const std::string& mac, const char* addr, int op) {
 
 // An unsolicited Neighbor Advertisement (RFC 4861, override flag, target
 // link-layer option) from `mac` and link-local `source` to all nodes.
-inline Bytes NeighborAdvert(const std::string& mac, const std::string& source,
-                            const char* target) {
+inline Bytes NeighborAdvert(const std::string& mac, const std::string& source, const char* target) {
   Bytes f = {0x33, 0x33, 0, 0, 0, 1};
   Append(&f, MacBytes(mac));
   Append(&f, {0x86, 0xdd, 0x60, 0, 0, 0, 0, 32, 58, 255});
@@ -92,8 +91,8 @@ class PeerCatch {
     where.sll_family = AF_PACKET;
     where.sll_protocol = htons(type);
     where.sll_ifindex = static_cast<int>(if_nametoindex("vb0"));
-    ok_ = peer.ok() && ::bind(sock_.get(), reinterpret_cast<const sockaddr*>(&where),
-                              sizeof where) == 0;
+    ok_ = peer.ok() &&
+          ::bind(sock_.get(), reinterpret_cast<const sockaddr*>(&where), sizeof where) == 0;
     timeval stamp{};
     ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);  // from now on frames are stamped on arrival
   }
@@ -102,7 +101,7 @@ class PeerCatch {
   // Takes in what has arrived, waiting at most `limit` for `count` in all.
   std::size_t WaitFor(std::size_t count, std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    do {
+    for (;;) {
       unsigned char buf[256];
       ssize_t n;
       while ((n = ::recv(sock_.get(), buf, sizeof buf, MSG_DONTWAIT)) > 0) {
@@ -110,11 +109,15 @@ class PeerCatch {
         timeval stamp{};
         ::ioctl(sock_.get(), SIOCGSTAMP, &stamp);
         frames.emplace_back(buf, buf + n);
-        times.push_back(static_cast<double>(stamp.tv_sec) + static_cast<double>(stamp.tv_usec) / 1e6);
+        times.push_back(static_cast<double>(stamp.tv_sec) +
+                        static_cast<double>(stamp.tv_usec) / 1e6);
       }
-      if (times.size() >= count) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    } while (std::chrono::steady_clock::now() < deadline);
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      if (times.size() >= count || left.count() <= 0) break;
+      pollfd ready{sock_.get(), POLLIN, 0};
+      ::poll(&ready, 1, static_cast<int>(left.count()));  // the drain above takes what came
+    }
     return times.size();
   }
 

@@ -19,7 +19,10 @@ namespace vyrtest {
 // Two namespaces joined by a veth pair, both ends up and without addresses:
 // the agent's side (device "va0") and a peer (device "vb0").
 class NetnsPair {
+  struct Key {};  // only Create makes one
+
  public:
+  NetnsPair(Key, const std::string& base) : agent_(base + "-a"), peer_(base + "-p") {}
   // Null, with the reason in *why, where namespaces cannot be made.
   static std::unique_ptr<NetnsPair> Create(std::string* why) {
     static std::atomic<int> counter{0};
@@ -30,8 +33,8 @@ class NetnsPair {
     // Names are vyrt-<pid>-<n>-<side>: first delete those of processes that died.
     Sh("for n in $(ip netns list | grep -o '^vyrt-[0-9]*-[^ ]*'); do p=${n#vyrt-}; "
        "kill -0 ${p%%-*} 2>/dev/null || ip netns del $n; done");
-    std::unique_ptr<NetnsPair> pair(new NetnsPair("vyrt-" + std::to_string(::getpid()) + "-" +
-                                                  std::to_string(counter.fetch_add(1))));
+    auto pair = std::make_unique<NetnsPair>(
+        Key{}, "vyrt-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1)));
     const std::string made = "a=" + pair->agent_ + " p=" + pair->peer_ +
                              "; ip netns add $a && ip netns add $p && ip link add va0 netns $a "
                              "type veth peer name vb0 netns $p && ip -n $a link set lo up && "
@@ -68,7 +71,6 @@ class NetnsPair {
   }
 
  private:
-  explicit NetnsPair(const std::string& base) : agent_(base + "-a"), peer_(base + "-p") {}
   static std::string Mac(const std::string& ns, const char* dev) {
     std::string out;
     Sh("ip netns exec " + ns + " cat /sys/class/net/" + dev + "/address", &out);
