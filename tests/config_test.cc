@@ -16,8 +16,8 @@
 #include "support/trace_capture.h"
 #include "tracersc/tracersc.h"
 #include "value/hostname.h"
-#include "vip/settings/bindings.h"
 #include "vip/base/globals.h"
+#include "vip/settings/bindings.h"
 #include "vyrxml.h"
 
 namespace {

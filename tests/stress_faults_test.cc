@@ -87,7 +87,8 @@ TEST_F(StressFaults, HangingInterfaceToolTimesOutWithoutLeavingItBehind) {
   // From the start of the hanging listing (its pid file), within three times
   // the limit: a tool left hanging would take its 30 s.
   std::error_code ec;
-  const auto listed = std::chrono::file_clock::to_sys(std::filesystem::last_write_time(pid_file_, ec));
+  const auto listed =
+      std::chrono::file_clock::to_sys(std::filesystem::last_write_time(pid_file_, ec));
   ASSERT_FALSE(ec) << "the tool did run";
   EXPECT_LE(end - listed, std::chrono::milliseconds(3000)) << "the limit ended the tool";
   std::string left;  // the bracket keeps pgrep's own shell from matching

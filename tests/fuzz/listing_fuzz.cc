@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "src/vip/base/globals.h"
 #include "src/vip/address/listing_parse.h"
+#include "src/vip/base/globals.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;

@@ -57,12 +57,12 @@ class ClusterEnv {
 
   // `resources` besides the common <vip>, whose parameters are `common`;
   // `more` goes into the root.
-  void WriteConfig(const std::string& resources, const std::string& common = "",
-                   int log_level = 8, const std::string& more = "") const {
+  void WriteConfig(const std::string& resources, const std::string& common = "", int log_level = 8,
+                   const std::string& more = "") const {
     const std::string log =
         "<log><level>" + std::to_string(log_level) + "</level><size>10000000</size></log>";
-    WriteFile(config_path(), "<root><all><path>" + prefix_ + "</path></all><vip>" + log +
-                                 "</vip>" + more + "<resource><vip><parameters>" + common +
+    WriteFile(config_path(), "<root><all><path>" + prefix_ + "</path></all><vip>" + log + "</vip>" +
+                                 more + "<resource><vip><parameters>" + common +
                                  "</parameters></vip>" + resources + "</resource></root>\n");
   }
 

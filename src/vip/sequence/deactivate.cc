@@ -7,13 +7,13 @@
 
 #include "nicCommon/addrinfo.h"
 #include "tracersc/tracersc.h"
-#include "vip/base/globals.h"
 #include "vip/address/ipaddr_change.h"
+#include "vip/base/globals.h"
+#include "vip/base/status.h"
 #include "vip/defence/announce.h"
 #include "vip/defence/lan_query.h"
 #include "vip/defence/ping.h"
 #include "vip/sequence/sequence_util.h"
-#include "vip/base/status.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include "tracersc/tracersc.h"
 #include "value/hostname.h"
 #include "vip/address/addrtext.h"
-#include "vip/settings/bindings.h"
 #include "vip/base/globals.h"
 #include "vip/base/status.h"
+#include "vip/settings/bindings.h"
 #include "vyrxml.h"
 
 int xmliniflag = 0;
