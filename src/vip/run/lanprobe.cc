@@ -63,8 +63,10 @@ bool LegalName(const char* name) {
 // Whether `addr` is on `ifname`'s interface, alias labels included.
 bool AddressIsHere(const char* ifname, const char* addr) {
   in6_addr want{};
-  if (inet_pton(AF_INET6, addr, &want) == 1) return vyr::AddressOnInterface(ifname, AF_INET6, &want) == 1;
-  return inet_pton(AF_INET, addr, &want) == 1 && vyr::AddressOnInterface(ifname, AF_INET, &want) == 1;
+  if (inet_pton(AF_INET6, addr, &want) == 1)
+    return vyr::AddressOnInterface(ifname, AF_INET6, &want) == 1;
+  return inet_pton(AF_INET, addr, &want) == 1 &&
+         vyr::AddressOnInterface(ifname, AF_INET, &want) == 1;
 }
 
 void Reannounce(const VIP_LANPROBE& probe) {

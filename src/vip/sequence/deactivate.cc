@@ -17,10 +17,9 @@
 
 namespace {
 
-// The address a check in the background reports on (its callback takes no
-// context; the detached process is a copy of this one).
+// The address the link check after a removal reports on (the callback of a
+// check in the background takes no context; its process is a copy of this).
 char arp_check_addr[VIP_ADDR_LEN];
-const char* ArpCheckAddress() { return arp_check_addr; }
 
 // The state of one deactivation run.
 struct Deactivation {
@@ -125,61 +124,56 @@ int ConfirmByProbe(VIP_INFO* info) {
                             info->checkpierror, vyr::status::kStillAnswers);
 }
 
-// Asks the link once, for checkarptout ms, whether anyone still answers at
-// the address: an answer is handled as the ping confirmation's retries
-// running out. A query that cannot be made proves nothing either way: a
-// warning. 0 or 25.
-int ConfirmByArp(VIP_INFO* info) {
-  if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
-    TRACE(TRACE_INFO, "deact check arp skip, because npsimu is enabled.");
-    return 0;
-  }
-  TRACE(TRACE_DETAIL, "deact check arp start.");
-  char mac[32] = {};
-  const int ret =
-      vip_lan_query(info->ifname, info->addr, info->checkarptout, false, mac, sizeof mac);
-  if (ret == 0) {
-    TRACE(TRACE_DETAIL, "deact check arp OK");
-    return 0;
-  }
-  if (ret != vyr::status::kInUse) {
-    TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", info->addr, ret);
-    return 0;
-  }
-  if (info->checkpierror == 0) {
-    TRACE(TRACE_WARNING, "deact check arp: %s still answers. (MAC=%s)", info->addr, mac);
-    return 0;
-  }
-  TRACE(TRACE_ERROR, "deact check arp: %s still answers. (MAC=%s)", info->addr, mac);
-  return vyr::Fail(vyr::status::kStillAnswers);
+// npsimu skips the link check after a removal; true when it does.
+bool ArpCheckSkipped(const VIP_INFO* info) {
+  if (vyr::ProbeNpsimuFlag(info->pingnpsimu) != 1) return false;
+  TRACE(TRACE_INFO, "deact check arp skip, because npsimu is enabled.");
+  return true;
 }
 
-// The end of a check in the background, in the detached process: the
-// lines the in-line check writes for the same outcome.
+// The outcome of the link check when it can only warn: the confirmation,
+// another MAC's answer, or a question that could not be asked (which proves
+// nothing either way). Also the end of a check in the background, written
+// by the detached process.
 void ReportArpCheck(int ret, const char* mac) {
   if (ret == 0) {
     TRACE(TRACE_DETAIL, "deact check arp OK");
   } else if (ret == vyr::status::kInUse) {
-    TRACE(TRACE_WARNING, "deact check arp: %s still answers. (MAC=%s)", ArpCheckAddress(), mac);
+    TRACE(TRACE_WARNING, "deact check arp: %s still answers. (MAC=%s)", arp_check_addr, mac);
   } else {
-    TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", ArpCheckAddress(), ret);
+    TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", arp_check_addr, ret);
   }
+}
+
+// Asks the link once, for checkarptout ms, whether anyone still answers at
+// the address: an answer is handled as the ping confirmation's retries
+// running out. 0 or 25.
+int ConfirmByArp(VIP_INFO* info) {
+  if (ArpCheckSkipped(info)) return 0;
+  TRACE(TRACE_DETAIL, "deact check arp start.");
+  std::snprintf(arp_check_addr, sizeof arp_check_addr, "%s", info->addr);
+  char mac[32] = {};
+  const int ret =
+      vip_lan_query(info->ifname, info->addr, info->checkarptout, false, mac, sizeof mac);
+  if (ret == vyr::status::kInUse && info->checkpierror != 0) {
+    TRACE(TRACE_ERROR, "deact check arp: %s still answers. (MAC=%s)", info->addr, mac);
+    return vyr::Fail(vyr::status::kStillAnswers);
+  }
+  ReportArpCheck(ret, mac);
+  return 0;
 }
 
 // The same question when its answer can only be a warning: asked at once,
 // listened to by a detached process, so that the run does not wait for the
 // window. When no process can be started it is asked in line. 0.
 int ConfirmByArpInBackground(VIP_INFO* info) {
-  if (vyr::ProbeNpsimuFlag(info->pingnpsimu) == 1) {
-    TRACE(TRACE_INFO, "deact check arp skip, because npsimu is enabled.");
-    return 0;
-  }
+  if (ArpCheckSkipped(info)) return 0;
   TRACE(TRACE_DETAIL, "deact check arp start. (background)");
   std::snprintf(arp_check_addr, sizeof arp_check_addr, "%s", info->addr);
   const int ret =
       vip_lan_query_detached(info->ifname, info->addr, info->checkarptout, ReportArpCheck);
   if (ret == -1) return ConfirmByArp(info);
-  if (ret != 0) TRACE(TRACE_WARNING, "deact check arp failed. (ip=%s,ret=%d)", info->addr, ret);
+  if (ret != 0) ReportArpCheck(ret, "");
   return 0;
 }
 
