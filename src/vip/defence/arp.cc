@@ -13,9 +13,9 @@
 
 #include "tracersc/tracersc.h"
 #include "unique_fd.h"
+#include "vip/base/status.h"
 #include "vip/defence/announce.h"
 #include "vip/defence/raw_link.h"
-#include "vip/base/status.h"
 
 // The announcement names itself "sendarp" in the trace.
 #define ARP_TRACE(level, ...) trace((level), __FILE__, __LINE__, "sendarp", __VA_ARGS__)

@@ -1,7 +1,5 @@
 #include "vip/defence/raw_link.h"
 
-#include "nicCommon/ifaddrs_list.h"
-
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <linux/if_packet.h>
@@ -13,6 +11,8 @@
 #include <cstring>
 #include <memory>
 
+#include "nicCommon/ifaddrs_list.h"
+
 namespace vyr {
 
 namespace {
@@ -22,7 +22,6 @@ void NameRequest(const char* name, ifreq* ifr) {
   const int len = static_cast<int>(std::strcspn(name, ":"));
   std::snprintf(ifr->ifr_name, sizeof ifr->ifr_name, "%.*s", len, name);
 }
-
 
 // The one's complement sum of `len` bytes, folded later.
 uint32_t SumWords(const unsigned char* data, std::size_t len, uint32_t sum) {
