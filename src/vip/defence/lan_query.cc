@@ -108,7 +108,7 @@ int Query(const char* ifname, const vyr::LinkTarget& target, int window_ms, bool
     if (ret == kInUse && !Note(&taking_over, mac)) continue;
     char text[32] = {};
     if (ret == kInUse) vyr::FormatMac(mac, text, sizeof text);
-    report(ret, ret == kInUse ? text : nullptr);
+    report(ret, text);
     ::_exit(0);
   }
 }

@@ -23,8 +23,8 @@ int vip_lan_query(const char* ifname, const char* addr, int window_ms, bool whol
                   std::size_t maclen);
 
 // What the detached half of vip_lan_query_detached reports at its end: 0
-// and null when nobody else answered, 15 and the first other MAC's text, or
-// 19 when its socket failed.
+// when nobody else answered, 15 with the first other MAC's text, or 19 when
+// its socket failed (the text is empty but for 15).
 using LanQueryReport = void (*)(int ret, const char* mac);
 
 // The same question without waiting for the answer: asked once, at once,
